@@ -1,0 +1,43 @@
+# The two commands of the README: `make run` and `make test`. Both set up a fresh
+# Debian machine on their own (see scripts/install-deps.sh).
+
+BUILD_DIR    := build
+SANITIZE_DIR := build-sanitize
+JOBS         ?= $(shell nproc 2>/dev/null || echo 2)
+ARGS         ?=
+
+.PHONY: all run test test-plain test-sanitize deps deps-test format clean
+
+all: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target lumidrop
+
+run: all
+	./$(BUILD_DIR)/lumidrop $(ARGS)
+
+test: deps-test test-plain test-sanitize
+
+test-plain:
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DLUMIDROP_BUILD_TESTS=ON
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+test-sanitize:
+	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    -DLUMIDROP_BUILD_TESTS=ON -DLUMIDROP_SANITIZERS=address,undefined
+	cmake --build $(SANITIZE_DIR) -j $(JOBS)
+	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	    ctest --output-on-failure -j $(JOBS)
+
+deps:
+	@scripts/install-deps.sh
+
+deps-test:
+	@scripts/install-deps.sh --tests
+
+format:
+	clang-format -i $$(git ls-files '*.cpp' '*.h')
+
+clean:
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

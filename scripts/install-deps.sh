@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs what building (and, with --tests, testing) needs on a Debian machine.
+# Does nothing when everything is present; installs through apt-get only as root.
+set -euo pipefail
+
+want_tests=0
+[[ "${1:-}" == "--tests" ]] && want_tests=1
+
+missing=()
+command -v cmake >/dev/null 2>&1 || missing+=(cmake)
+command -v g++ >/dev/null 2>&1 || missing+=(g++)
+command -v make >/dev/null 2>&1 || missing+=(make)
+if (( want_tests )); then
+    [[ -f /usr/include/gtest/gtest.h ]] || missing+=(libgtest-dev)
+fi
+
+(( ${#missing[@]} == 0 )) && exit 0
+
+if [[ "$(id -u)" != 0 ]]; then
+    echo "Missing packages: ${missing[*]}" >&2
+    echo "Install them with: sudo apt-get install ${missing[*]}" >&2
+    exit 1
+fi
+
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -q
+apt-get install -y -q --no-install-recommends "${missing[@]}"

@@ -1,0 +1,84 @@
+#include "http/HttpConnection.h"
+
+#include <array>
+#include <cstring>
+#include <stdexcept>
+
+#include "http/HttpRequest.h"
+
+namespace Zarn {
+namespace {
+
+constexpr std::string_view kTerminator = "\r\n\r\n";
+
+// Looks for the blank line from three bytes before the newly received bytes, so that a
+// terminator split across two receives is found too.
+size_t FindTerminator(const char* buffer, size_t filled, size_t new_from) {
+    size_t from = new_from >= 3 ? new_from - 3 : 0;
+    if (filled < from + kTerminator.size()) return std::string_view::npos;
+    std::string_view window(buffer + from, filled - from);
+    size_t found = window.find(kTerminator);
+    return found == std::string_view::npos ? found : from + found;
+}
+
+}  // namespace
+
+bool HttpConnection::ReadHeader(HttpRequest& request) {
+    if (!socket_.IsValid()) return false;
+    std::array<char, kMaxHeaderBytes> buffer;
+    size_t filled = TakeCarryOver(buffer.data(), buffer.size());
+    size_t new_from = 0;
+    size_t terminator;
+    while ((terminator = FindTerminator(buffer.data(), filled, new_from)) ==
+           std::string_view::npos) {
+        if (filled == buffer.size()) throw std::runtime_error("Illegal request: header too long");
+        new_from = filled;
+        filled += static_cast<size_t>(
+            socket_.Receive(buffer.data() + filled, static_cast<int>(buffer.size() - filled)));
+    }
+
+    // The terminator's second line break stays in front of the body; what is left of an
+    // earlier carry-over (a long pipeline) follows what this read took.
+    std::string carry(buffer.data() + terminator + 2, filled - terminator - 2);
+    carry.append(carry_over_, carry_start_);
+    SetCarryOver(std::move(carry), true);
+
+    request.ParseHeader(std::string_view(buffer.data(), terminator));
+    return true;
+}
+
+size_t HttpConnection::TakeCarryOver(char* buffer, size_t length) {
+    DropHeaderLineBreak();
+    size_t count = std::min(length, carry_over_.size() - carry_start_);
+    std::memcpy(buffer, carry_over_.data() + carry_start_, count);
+    carry_start_ += count;
+    if (carry_start_ == carry_over_.size()) {
+        carry_over_.clear();
+        carry_start_ = 0;
+        header_line_break_pending_ = false;
+    }
+    return count;
+}
+
+size_t HttpConnection::CarryOverSize() const {
+    size_t size = carry_over_.size() - carry_start_;
+    return header_line_break_pending_ && size >= 2 ? size - 2 : size;
+}
+
+void HttpConnection::SetCarryOver(std::string bytes, bool starts_with_header_line_break) {
+    carry_over_ = std::move(bytes);
+    carry_start_ = 0;
+    header_line_break_pending_ = starts_with_header_line_break;
+}
+
+void HttpConnection::DropHeaderLineBreak() {
+    if (!header_line_break_pending_) return;
+    header_line_break_pending_ = false;
+    if (carry_over_.compare(carry_start_, 2, "\r\n") == 0) carry_start_ += 2;
+    if (carry_start_ >= carry_over_.size()) {
+        carry_over_.clear();
+        carry_start_ = 0;
+    }
+}
+
+}  // namespace Zarn

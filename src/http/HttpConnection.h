@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "net/TCPSocket.h"
+
+namespace Zarn {
+
+class HttpRequest;
+
+// One client connection: its socket and the carry-over buffer that holds the bytes
+// received after a request's header (the start of its body, or the next pipelined
+// request), which body reading consumes before it reads the socket again.
+// Owned and used by one connection thread.
+class HttpConnection {
+public:
+    static constexpr size_t kMaxHeaderBytes = 10240;
+
+    HttpConnection() = default;
+    explicit HttpConnection(TCPSocket socket) : socket_(std::move(socket)) {}
+
+    [[nodiscard]] TCPSocket& GetSocket() { return socket_; }
+
+    // Reads one request header (at most 10,240 bytes) and parses it into `request`.
+    // Throws socket_exception when the peer closes or breaks the connection, and
+    // std::runtime_error("Illegal request: header too long") when no blank line comes
+    // within the limit. False only when there is no socket to read.
+    [[nodiscard]] bool ReadHeader(HttpRequest& request);
+
+    // Moves up to `length` bytes of the carry-over buffer out (never the header's own
+    // line break); 0 when it is empty.
+    size_t TakeCarryOver(char* buffer, size_t length);
+    [[nodiscard]] size_t CarryOverSize() const;
+    // Replaces the carry-over buffer (for tests and for handlers that push bytes back).
+    void SetCarryOver(std::string bytes, bool starts_with_header_line_break);
+
+private:
+    // Drops the "\r\n" of the header terminator that stands in front of the body.
+    void DropHeaderLineBreak();
+
+    TCPSocket socket_;
+    std::string carry_over_;
+    size_t carry_start_ = 0;
+    bool header_line_break_pending_ = false;
+};
+
+}  // namespace Zarn

@@ -1,0 +1,187 @@
+#include "http/HttpRequest.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <stdexcept>
+
+#include "core/StringUtil.h"
+#include "core/UrlCodec.h"
+#include "http/HttpConnection.h"
+#include "log/Log.h"
+#include "net/socket_exception.h"
+
+namespace Zarn {
+namespace {
+
+// The boundary parameter of a multipart Content-Type, without quotes.
+std::string BoundaryOf(std::string_view content_type) {
+    constexpr std::string_view kKey = "boundary=";
+    size_t found = FindIgnoringCase(content_type, kKey);
+    if (found == std::string_view::npos) return {};
+    std::string_view rest = content_type.substr(found + kKey.size());
+    if (rest.starts_with('"')) {
+        rest.remove_prefix(1);
+        return std::string(rest.substr(0, rest.find('"')));
+    }
+    return std::string(Trim(rest.substr(0, rest.find_first_of(";, \t"))));
+}
+
+}  // namespace
+
+HttpRequest::HttpRequest(HttpConnection* connection, TransferStatusAggregator& aggregator)
+    : connection_(connection), status_(aggregator) {}
+
+HttpRequest::~HttpRequest() = default;
+
+void HttpRequest::ParseHeader(std::string_view header_text) {
+    head_ = RequestHead::Parse(header_text, GetDefaultUrlCodepage());
+    Log(kLogTrace, "Get Method Parsed.");
+
+    auto authorization = head_.headers.find("AUTHORIZATION");
+    if (authorization != head_.headers.end()) {
+        authentication_ = AuthenticationInfo::Parse(authorization->second);
+    }
+    Log(kLogTrace, "Authentication Info Parsed.");
+
+    // Every method's body is measured, so that an answer to any request that carries one
+    // can drain it first and the client reads the answer instead of a reset.
+    auto length = head_.headers.find("CONTENT-LENGTH");
+    if (length != head_.headers.end()) {
+        content_length_ = RequestHead::ParseContentLength(length->second);
+    }
+    if (head_.method == HttpMethod::kPost) {
+        PrepareBody();
+        Log(kLogTrace, "POST Method Parsed.");
+    }
+}
+
+void HttpRequest::PrepareBody() {
+    std::string content_type;
+    if (GetHeader("CONTENT-TYPE", content_type) &&
+        content_type.find("multipart") != std::string::npos) {
+        // The body stays on the connection for the upload handler to stream.
+        boundary_ = BoundaryOf(content_type);
+        return;
+    }
+    ReadForm();
+}
+
+void HttpRequest::ReadForm() {
+    if (content_length_ > kMaxFormBytes) {
+        throw std::runtime_error("Illegal request: form body too long");
+    }
+    std::string body(content_length_, '\0');
+    size_t filled = 0;
+    while (filled < body.size()) {
+        filled += static_cast<size_t>(
+            ReceiveBody(body.data() + filled, static_cast<int>(body.size() - filled)));
+    }
+    if (!body.empty()) RequestHead::ParseParameters(body, GetDefaultUrlCodepage(), form_);
+}
+
+bool HttpRequest::GetHeader(const std::string& name, std::string& value) const {
+    auto found = head_.headers.find(name);
+    if (found == head_.headers.end()) return false;
+    value = found->second;
+    return true;
+}
+
+bool HttpRequest::GetQueryParameter(const std::string& name, std::string& value) const {
+    auto found = head_.query.find(name);
+    if (found == head_.query.end()) return false;
+    value = found->second;
+    return true;
+}
+
+bool HttpRequest::GetFormParameter(const std::string& name, std::string& value) const {
+    auto found = form_.find(name);
+    if (found == form_.end()) return false;
+    value = found->second;
+    return true;
+}
+
+const AuthenticationInfo* HttpRequest::GetAuthenticationInfo() const {
+    return authentication_ ? &*authentication_ : nullptr;
+}
+
+std::string HttpRequest::GetUserName() const {
+    return authentication_ ? authentication_->user_name : std::string();
+}
+
+std::string HttpRequest::GetClientAddress() const {
+    if (!client_address_) {
+        client_address_ = connection_ ? connection_->GetSocket().GetPeerIp() : std::string();
+    }
+    return *client_address_;
+}
+
+std::string HttpRequest::GetServerAddress() const {
+    std::string ip;
+    uint16_t port = 0;
+    if (connection_ == nullptr || !connection_->GetSocket().GetLocalAddress(ip, port)) return {};
+    return ip;
+}
+
+void HttpRequest::Log(uint32_t level, const char* format, ...) {
+    if (!IsLogLevelEnabled(level)) return;
+    char text[kLogBufferBytes];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    std::string user = GetUserName();
+    if (user.empty()) {
+        Zarn::Log(level, "[%s] %s: %s", GetClientAddress().c_str(), text, head_.path.c_str());
+    } else {
+        Zarn::Log(level, "[%s:%s] %s: %s", GetClientAddress().c_str(), user.c_str(), text,
+                  head_.path.c_str());
+    }
+}
+
+int HttpRequest::ReceiveBody(void* buffer, int length) {
+    if (length <= 0 || consumed_ >= content_length_) return 0;
+    if (connection_ == nullptr) throw socket_exception("Connection closed");
+    auto wanted = static_cast<int>(
+        std::min<uint64_t>(static_cast<uint64_t>(length), content_length_ - consumed_));
+    auto got = static_cast<int>(
+        connection_->TakeCarryOver(static_cast<char*>(buffer), static_cast<size_t>(wanted)));
+    if (got == 0) {
+        got = connection_->GetSocket().Receive(buffer, wanted);
+        Log(kLogTrace, "Receive(%d bytes)-OK", got);
+    }
+    consumed_ += static_cast<uint64_t>(got);
+    status_.ReportTransferred(kDirectionUpload, static_cast<uint64_t>(got));
+    return got;
+}
+
+bool HttpRequest::ReadNextPart(MultipartPart& part) {
+    if (!IsMultipart()) return false;
+    if (!multipart_) {
+        multipart_ =
+            std::make_unique<MultipartReader>(boundary_, [this](char* buffer, size_t length) {
+                int asked = static_cast<int>(std::min<size_t>(length, 1 << 30));
+                return static_cast<size_t>(ReceiveBody(buffer, asked));
+            });
+    }
+    return multipart_->ReadNextPart(part);
+}
+
+int HttpRequest::ReadPartData(void* buffer, int length, bool& part_ended) {
+    part_ended = false;
+    if (!multipart_) {
+        part_ended = true;
+        return 0;
+    }
+    if (length <= 0) return 0;
+    size_t got = multipart_->ReadPartData(static_cast<char*>(buffer), static_cast<size_t>(length),
+                                          part_ended);
+    if (part_ended && !multipart_->IsBroken()) Log(kLogTrace, "boundary found.");
+    return static_cast<int>(got);
+}
+
+bool HttpRequest::IsMultipartBroken() const {
+    return multipart_ && multipart_->IsBroken();
+}
+
+}  // namespace Zarn

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "http/AuthenticationInfo.h"
+#include "http/MultipartReader.h"
+#include "http/RequestHead.h"
+#include "transfer/TransferStatusReporter.h"
+
+namespace Zarn {
+
+class HttpConnection;
+class TransferStatusAggregator;
+
+// One request on one connection, for both directions: the connection thread parses the
+// header into it and the handler reads the request and writes the response through it.
+// Every byte received or sent is reported to the request's transfer status.
+// Used by one connection thread only.
+class HttpRequest {
+public:
+    // Urlencoded form bodies are read whole into memory; larger ones end the connection.
+    static constexpr uint64_t kMaxFormBytes = 1 << 20;
+
+    // A request on the connection (not owned). A request without a connection only
+    // parses: reading its body fails as a closed connection would.
+    HttpRequest(HttpConnection* connection, TransferStatusAggregator& aggregator);
+    virtual ~HttpRequest();
+    HttpRequest(const HttpRequest&) = delete;
+    HttpRequest& operator=(const HttpRequest&) = delete;
+
+    // Parses the header text (without its blank line) into this request: request line,
+    // headers, path and query, credentials, and for a POST the form or the multipart
+    // body's boundary. An urlencoded form body is read from the connection here.
+    // Throws what body reading throws, and std::runtime_error for a form that is too long.
+    void ParseHeader(std::string_view header_text);
+
+    [[nodiscard]] HttpMethod GetMethod() const { return head_.method; }
+    [[nodiscard]] const std::string& GetTarget() const { return head_.target; }
+    [[nodiscard]] const std::string& GetPath() const { return head_.path; }
+    [[nodiscard]] const std::string& GetVersion() const { return head_.version; }
+    // `name` upper-case, as the map keeps it.
+    [[nodiscard]] bool GetHeader(const std::string& name, std::string& value) const;
+    [[nodiscard]] bool GetQueryParameter(const std::string& name, std::string& value) const;
+    [[nodiscard]] bool GetFormParameter(const std::string& name, std::string& value) const;
+    [[nodiscard]] const HeaderMap& GetHeaders() const { return head_.headers; }
+    [[nodiscard]] const ParameterMap& GetQueryParameters() const { return head_.query; }
+    [[nodiscard]] const ParameterMap& GetFormParameters() const { return form_; }
+    // Null when the request carries no Authorization header.
+    [[nodiscard]] const AuthenticationInfo* GetAuthenticationInfo() const;
+    [[nodiscard]] std::string GetUserName() const;
+    [[nodiscard]] uint64_t GetContentLength() const { return content_length_; }
+    [[nodiscard]] uint64_t GetConsumedLength() const { return consumed_; }
+    [[nodiscard]] bool IsMultipart() const { return !boundary_.empty(); }
+    // Dotted addresses of the client and of this server's end; empty when unknown.
+    [[nodiscard]] std::string GetClientAddress() const;
+    [[nodiscard]] std::string GetServerAddress() const;
+
+    // One diagnostic line about this request, "[client] text: path" or
+    // "[client:user] text: path", when the level is enabled.
+    void Log(uint32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+    // The next bytes of the body, from the carry-over buffer first and then one receive
+    // on the socket; 0 once the whole Content-Length has been read. Throws
+    // socket_exception when the connection closes or breaks first.
+    int ReceiveBody(void* buffer, int length);
+
+    // Multipart bodies, part by part (see MultipartReader). False at the end of the body.
+    [[nodiscard]] bool ReadNextPart(MultipartPart& part);
+    // The next piece of the current part; 0 with `part_ended` set when the part is over.
+    int ReadPartData(void* buffer, int length, bool& part_ended);
+    // True when the multipart body ended before its closing delimiter.
+    [[nodiscard]] bool IsMultipartBroken() const;
+
+    [[nodiscard]] TransferStatusReporter& GetTransferStatus() { return status_; }
+    [[nodiscard]] HttpConnection* GetConnection() const { return connection_; }
+
+    [[nodiscard]] bool IsResponseBegun() const { return response_begun_; }
+    [[nodiscard]] bool IsHeaderSent() const { return header_sent_; }
+    [[nodiscard]] bool AreHeadersEnded() const { return headers_ended_; }
+    [[nodiscard]] bool IsKeepAlive() const { return keep_alive_; }
+
+private:
+    void PrepareBody();
+    void ReadForm();
+
+    HttpConnection* connection_;
+    TransferStatusReporter status_;
+    RequestHead head_;
+    ParameterMap form_;
+    std::optional<AuthenticationInfo> authentication_;
+    uint64_t content_length_ = 0;
+    uint64_t consumed_ = 0;
+    std::string boundary_;
+    std::unique_ptr<MultipartReader> multipart_;
+    mutable std::optional<std::string> client_address_;
+
+    bool response_begun_ = false;
+    bool header_sent_ = false;
+    bool headers_ended_ = false;
+    bool keep_alive_ = false;
+};
+
+}  // namespace Zarn

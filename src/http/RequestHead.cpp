@@ -1,0 +1,106 @@
+#include "http/RequestHead.h"
+
+#include "core/StringUtil.h"
+#include "core/UrlCodec.h"
+
+namespace Zarn {
+namespace {
+
+constexpr std::string_view kWordBlanks = " \t\r";
+
+// Takes the next blank-separated word off the front of `line`.
+std::string_view NextWord(std::string_view& line) {
+    size_t start = line.find_first_not_of(kWordBlanks);
+    if (start == std::string_view::npos) {
+        line = {};
+        return {};
+    }
+    line.remove_prefix(start);
+    size_t end = line.find_first_of(kWordBlanks);
+    std::string_view word = line.substr(0, end);
+    line = end == std::string_view::npos ? std::string_view() : line.substr(end);
+    return word;
+}
+
+// Takes the next line (without its "\n") off the front of `text`.
+std::string_view NextLine(std::string_view& text) {
+    size_t end = text.find('\n');
+    std::string_view line = text.substr(0, end);
+    text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    return line;
+}
+
+HttpMethod MethodOf(std::string_view word) {
+    if (word == "GET") return HttpMethod::kGet;
+    if (word == "POST") return HttpMethod::kPost;
+    return HttpMethod::kOther;
+}
+
+std::string DecodeParameterText(std::string_view text, int url_codepage) {
+    std::string blanked(Trim(text));
+    for (char& c : blanked) {
+        if (c == '+') c = ' ';
+    }
+    return DecodeUrlText(blanked, url_codepage);
+}
+
+}  // namespace
+
+RequestHead RequestHead::Parse(std::string_view text, int url_codepage) {
+    RequestHead head;
+    // Blank lines before the request line (a CR LF that followed the previous request's
+    // body, say) are not a request of their own.
+    size_t start = text.find_first_not_of(kBlankChars);
+    text = start == std::string_view::npos ? std::string_view() : text.substr(start);
+
+    std::string_view request_line = NextLine(text);
+    head.method = MethodOf(NextWord(request_line));
+    head.target = std::string(NextWord(request_line));
+    head.version = std::string(NextWord(request_line));
+
+    while (!text.empty())
+        ParseHeaderLine(NextLine(text), head.headers);
+
+    std::string_view target = head.target;
+    std::string_view path_part = target.empty() ? target : target.substr(1);
+    size_t question = path_part.find('?');
+    if (question != std::string_view::npos) {
+        ParseParameters(path_part.substr(question + 1), url_codepage, head.query);
+        path_part = path_part.substr(0, question);
+    }
+    head.path = DecodeUrlText(path_part, url_codepage);
+    return head;
+}
+
+void RequestHead::ParseParameters(std::string_view text, int url_codepage, ParameterMap& out) {
+    for (;;) {
+        size_t ampersand = text.find('&');
+        std::string_view piece = text.substr(0, ampersand);
+        size_t equals = piece.find('=');
+        std::string_view name = piece.substr(0, equals);
+        std::string_view value =
+            equals == std::string_view::npos ? std::string_view() : piece.substr(equals + 1);
+        out.emplace(DecodeParameterText(name, url_codepage),
+                    DecodeParameterText(value, url_codepage));
+        if (ampersand == std::string_view::npos) break;
+        text.remove_prefix(ampersand + 1);
+    }
+}
+
+void RequestHead::ParseHeaderLine(std::string_view line, HeaderMap& out) {
+    size_t colon = line.find(':');
+    if (colon == std::string_view::npos) {
+        out.emplace(std::string(), std::string());
+        return;
+    }
+    out.emplace(ToUpperAscii(Trim(line.substr(0, colon))),
+                std::string(Trim(line.substr(colon + 1))));
+}
+
+uint64_t RequestHead::ParseContentLength(std::string_view value) {
+    value = Trim(value);
+    if (value.empty() || value.front() < '0' || value.front() > '9') return 0;
+    return ParseLeadingDecimal(value);
+}
+
+}  // namespace Zarn

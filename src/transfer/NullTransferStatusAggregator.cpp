@@ -1,0 +1,10 @@
+#include "transfer/NullTransferStatusAggregator.h"
+
+namespace Zarn {
+
+NullTransferStatusAggregator& NullTransferStatusAggregator::Instance() {
+    static NullTransferStatusAggregator instance;
+    return instance;
+}
+
+}  // namespace Zarn
