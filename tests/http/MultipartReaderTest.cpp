@@ -1,0 +1,196 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "http/MultipartReader.h"
+
+namespace Zarn {
+namespace {
+
+struct ReadPart {
+    std::string name;
+    std::string file_name;
+    bool has_file_name = false;
+    std::string data;
+
+    bool operator==(const ReadPart&) const = default;
+};
+
+struct ReadResult {
+    std::vector<ReadPart> parts;
+    bool complete = false;
+    bool broken = false;
+    size_t largest_request = 0;
+};
+
+// Serves the body from memory in receives of random sizes (1 byte up to `max_chunk`).
+ReadResult ReadAll(const std::string& boundary, const std::string& body, uint32_t seed,
+                   size_t max_chunk, size_t piece_size = 4096) {
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<size_t> chunk(1, max_chunk);
+    size_t offset = 0;
+    ReadResult result;
+    MultipartReader reader(boundary, [&](char* buffer, size_t length) {
+        result.largest_request = std::max(result.largest_request, length);
+        size_t count = std::min({length, chunk(random), body.size() - offset});
+        std::memcpy(buffer, body.data() + offset, count);
+        offset += count;
+        return count;
+    });
+    MultipartPart part;
+    std::vector<char> piece(piece_size);
+    while (reader.ReadNextPart(part)) {
+        ReadPart read{part.name, part.file_name, part.has_file_name, {}};
+        bool ended = false;
+        while (!ended) {
+            size_t got = reader.ReadPartData(piece.data(), piece.size(), ended);
+            EXPECT_FALSE(ended && got != 0);
+            read.data.append(piece.data(), got);
+        }
+        result.parts.push_back(std::move(read));
+    }
+    result.complete = reader.IsComplete();
+    result.broken = reader.IsBroken();
+    return result;
+}
+
+std::string Field(const std::string& boundary, const std::string& disposition,
+                  const std::string& data) {
+    return "--" + boundary + "\r\nContent-Disposition: form-data; " + disposition + "\r\n\r\n" +
+           data + "\r\n";
+}
+
+std::string RandomBytes(size_t size, uint32_t seed) {
+    std::mt19937 random(seed);
+    std::string bytes(size, '\0');
+    for (char& c : bytes)
+        c = static_cast<char>(random() & 0xFF);
+    return bytes;
+}
+
+struct BodyCase {
+    const char* label;
+    std::string boundary;
+    std::string body;
+    std::vector<ReadPart> parts;
+    bool complete;
+};
+
+std::vector<BodyCase> Cases() {
+    const std::string b = "----WebKitFormBoundary7MA4YWxk";
+    // Data that looks like a delimiter without being one must come through untouched.
+    std::string tricky =
+        "a\r\n--" + b.substr(0, 10) + "\r\n-" + "\r\n--" + b.substr(0, b.size() - 1) + "Y\r\r\n";
+    std::string large = RandomBytes(100000, 7);
+    std::vector<BodyCase> cases;
+    cases.push_back({"fields and a file",
+                     b,
+                     "preamble to ignore\r\n" + Field(b, "name=\"key\"", "k1") +
+                         Field(b, "name=\"uploadfile\"; filename=\"report.txt\"", "hello\r\n") +
+                         Field(b, "name=\"empty\"", "") + "--" + b + "--\r\nepilogue",
+                     {{"key", "", false, "k1"},
+                      {"uploadfile", "report.txt", true, "hello\r\n"},
+                      {"empty", "", false, ""}},
+                     true});
+    cases.push_back({"delimiter look-alikes",
+                     b,
+                     Field(b, "name=\"t\"", tricky) + "--" + b + "--",
+                     {{"t", "", false, tricky}},
+                     true});
+    cases.push_back({"large binary part",
+                     "xyz",
+                     Field("xyz", "name=\"f\"; filename=\"x;y.bin\"", large) + "--xyz--\r\n",
+                     {{"f", "x;y.bin", true, large}},
+                     true});
+    cases.push_back(
+        {"part without headers", "q", "--q\r\n\r\nraw\r\n--q--", {{"", "", false, "raw"}}, true});
+    cases.push_back({"body ends inside a part",
+                     "q",
+                     Field("q", "name=\"a\"", "full") + "--q\r\n\r\ncut off",
+                     {{"a", "", false, "full"}, {"", "", false, "cut off"}},
+                     false});
+    cases.push_back({"part header never ends", "q", "--q\r\nContent-Disposition: form", {}, false});
+    cases.push_back({"boundary never comes", "q", std::string(30000, 'z'), {}, false});
+    cases.push_back({"nothing after the last delimiter",
+                     "q",
+                     Field("q", "name=\"a\"", "1") + "--q",
+                     {{"a", "", false, "1"}},
+                     false});
+    return cases;
+}
+
+TEST(MultipartReaderTest, YieldsTheSamePartsForAnyReceiveSizes) {
+    for (const BodyCase& body_case : Cases()) {
+        SCOPED_TRACE(body_case.label);
+        ReadResult whole =
+            ReadAll(body_case.boundary, body_case.body, 1, body_case.body.size() + 1);
+        EXPECT_EQ(whole.parts, body_case.parts);
+        EXPECT_EQ(whole.complete, body_case.complete);
+        EXPECT_EQ(whole.broken, !body_case.complete);
+        for (uint32_t seed = 1; seed <= 20; ++seed) {
+            size_t max_chunk = seed % 2 == 0 ? 7 : 3000;
+            ReadResult chunked = ReadAll(body_case.boundary, body_case.body, seed, max_chunk,
+                                         seed % 3 == 0 ? 1 : 4096);
+            ASSERT_EQ(chunked.parts, whole.parts) << "seed " << seed;
+            EXPECT_EQ(chunked.complete, whole.complete);
+        }
+    }
+}
+
+TEST(MultipartReaderTest, NeverAsksForMoreThanOneBlock) {
+    const std::string body = Field("b", "name=\"f\"", RandomBytes(300000, 3)) + "--b--";
+    ReadResult result = ReadAll("b", body, 5, body.size());
+    ASSERT_EQ(result.parts.size(), 1u);
+    EXPECT_LE(result.largest_request, MultipartReader::kBlockBytes);
+}
+
+TEST(MultipartReaderTest, SkipsUnreadDataWhenMovingToTheNextPart) {
+    std::string body = Field("b", "name=\"one\"", std::string(50000, '1')) +
+                       Field("b", "name=\"two\"", "2") + "--b--";
+    size_t offset = 0;
+    MultipartReader reader("b", [&](char* buffer, size_t length) {
+        size_t count = std::min(length, body.size() - offset);
+        std::memcpy(buffer, body.data() + offset, count);
+        offset += count;
+        return count;
+    });
+    MultipartPart part;
+    ASSERT_TRUE(reader.ReadNextPart(part));
+    EXPECT_EQ(part.name, "one");
+    ASSERT_TRUE(reader.ReadNextPart(part));
+    EXPECT_EQ(part.name, "two");
+    EXPECT_FALSE(reader.ReadNextPart(part));
+    EXPECT_TRUE(reader.IsComplete());
+}
+
+TEST(MultipartReaderTest, ReadsDispositionParameters) {
+    struct Case {
+        const char* value;
+        const char* name;
+        const char* file_name;
+        bool has_file_name;
+    };
+    const Case cases[] = {
+        {"form-data; name=\"a\"", "a", "", false},
+        {"form-data; NAME=a ;  Filename=\"C:\\dir\\b.txt\"", "a", "C:\\dir\\b.txt", true},
+        {"form-data; name=\"x\"; filename=\"\"", "x", "", true},
+        {"form-data; filename=\"semi;colon.txt\"; name=\"f\"", "f", "semi;colon.txt", true},
+        {"form-data; name", "", "", false},
+        {"", "", "", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.value);
+        MultipartPart part;
+        MultipartReader::ParseDisposition(c.value, part);
+        EXPECT_EQ(part.name, c.name);
+        EXPECT_EQ(part.file_name, c.file_name);
+        EXPECT_EQ(part.has_file_name, c.has_file_name);
+    }
+}
+
+}  // namespace
+}  // namespace Zarn

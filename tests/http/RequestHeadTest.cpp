@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include "http/AuthenticationInfo.h"
+#include "http/RequestHead.h"
+
+namespace Zarn {
+namespace {
+
+TEST(RequestHeadTest, SplitsRequestLineTargetAndQuery) {
+    struct Case {
+        const char* text;
+        HttpMethod method;
+        const char* target;
+        const char* version;
+        const char* path;
+        ParameterMap query;
+    };
+    const Case cases[] = {
+        {"GET /a%20b?x=1+2&y HTTP/1.1",
+         HttpMethod::kGet,
+         "/a%20b?x=1+2&y",
+         "HTTP/1.1",
+         "a b",
+         {{"x", "1 2"}, {"y", ""}}},
+        {"get / HTTP/1.1", HttpMethod::kOther, "/", "HTTP/1.1", "", {}},
+        {"POST /up+load HTTP/1.0", HttpMethod::kPost, "/up+load", "HTTP/1.0", "up+load", {}},
+        {"GET /?a=1&a=2&&b=%zz HTTP/1.1",
+         HttpMethod::kGet,
+         "/?a=1&a=2&&b=%zz",
+         "HTTP/1.1",
+         "",
+         {{"a", "1"}, {"", ""}, {"b", "%zz"}}},
+        {"\r\n\r\nGET /after-blank-lines HTTP/1.1",
+         HttpMethod::kGet,
+         "/after-blank-lines",
+         "HTTP/1.1",
+         "after-blank-lines",
+         {}},
+        {"GET /%C7%D1 HTTP/1.1", HttpMethod::kGet, "/%C7%D1", "HTTP/1.1", "한", {}},
+        {"GET", HttpMethod::kGet, "", "", "", {}},
+        {"", HttpMethod::kOther, "", "", "", {}},
+        {"DELETE  /x?q=%3D%26  HTTP/1.1  ",
+         HttpMethod::kOther,
+         "/x?q=%3D%26",
+         "HTTP/1.1",
+         "x",
+         {{"q", "=&"}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        RequestHead head = RequestHead::Parse(c.text, 949);
+        EXPECT_EQ(head.method, c.method);
+        EXPECT_EQ(head.target, c.target);
+        EXPECT_EQ(head.version, c.version);
+        EXPECT_EQ(head.path, c.path);
+        EXPECT_EQ(head.query, c.query);
+    }
+}
+
+TEST(RequestHeadTest, UpperCasesTrimmedHeaderNamesAndKeepsTheFirstValue) {
+    RequestHead head = RequestHead::Parse(
+        "GET / HTTP/1.1\r\ncontent-length:   42 \r\nX-Mixed:a:b\r\n\tHost : h \r\n"
+        "no colon here\r\nContent-Length: 7\r\nEmpty:\r\n",
+        949);
+    const HeaderMap expected = {
+        {"CONTENT-LENGTH", "42"}, {"X-MIXED", "a:b"}, {"HOST", "h"}, {"", ""}, {"EMPTY", ""}};
+    EXPECT_EQ(head.headers, expected);
+}
+
+TEST(RequestHeadTest, ReadsContentLengthStrictly) {
+    EXPECT_EQ(RequestHead::ParseContentLength(" 42 "), 42u);
+    EXPECT_EQ(RequestHead::ParseContentLength("42abc"), 42u);
+    EXPECT_EQ(RequestHead::ParseContentLength("-5"), 0u);
+    EXPECT_EQ(RequestHead::ParseContentLength("abc"), 0u);
+    EXPECT_EQ(RequestHead::ParseContentLength(""), 0u);
+    EXPECT_EQ(RequestHead::ParseContentLength("18446744073709551615"), UINT64_MAX);
+    EXPECT_EQ(RequestHead::ParseContentLength("99999999999999999999999"), UINT64_MAX);
+}
+
+TEST(AuthenticationInfoTest, ReadsBasicAndDigestCredentials) {
+    struct Case {
+        const char* value;
+        AuthenticationInfo::Scheme scheme;
+        const char* user;
+        const char* password;
+    };
+    const Case cases[] = {
+        {"Basic dXNlcjpwYXNz", AuthenticationInfo::Scheme::kBasic, "user", "pass"},
+        {"basic   dXNlcjpwYTpzcw==  ", AuthenticationInfo::Scheme::kBasic, "user", "pa:ss"},
+        {"Basic OnNlY3JldA==", AuthenticationInfo::Scheme::kBasic, "", "secret"},
+        {"Basic bm9jb2xvbg==", AuthenticationInfo::Scheme::kBasic, "", ""},
+        {"Basic", AuthenticationInfo::Scheme::kBasic, "", ""},
+        {"Digest username=\"u\", realm=\"/\"", AuthenticationInfo::Scheme::kDigest, "", ""},
+        {"Bearer abc", AuthenticationInfo::Scheme::kBasic, "", ""},
+        {"", AuthenticationInfo::Scheme::kBasic, "", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.value);
+        AuthenticationInfo info = AuthenticationInfo::Parse(c.value);
+        EXPECT_EQ(info.scheme, c.scheme);
+        EXPECT_EQ(info.user_name, c.user);
+        EXPECT_EQ(info.password, c.password);
+    }
+}
+
+}  // namespace
+}  // namespace Zarn
