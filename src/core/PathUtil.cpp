@@ -1,5 +1,6 @@
 #include "core/PathUtil.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -51,6 +52,23 @@ std::string JoinPath(std::string_view folder, std::string_view name) {
         name.remove_prefix(1);
     result += name;
     return result;
+}
+
+bool MakeFolders(const std::string& path) {
+    if (path.empty()) return false;
+    struct stat info {};
+    if (::stat(path.c_str(), &info) == 0) return S_ISDIR(info.st_mode);
+    std::string parent = FolderOf(path);
+    if (parent != path && parent != "." && !MakeFolders(parent)) return false;
+    return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST;
+}
+
+std::string FolderOf(std::string_view path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) return ".";
+    return slash == 0 ? "/" : std::string(path.substr(0, slash));
 }
 
 }  // namespace Zarn

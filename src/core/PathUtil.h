@@ -13,4 +13,11 @@ namespace Zarn {
 // Joins a folder and a name with exactly one "/" between them.
 [[nodiscard]] std::string JoinPath(std::string_view folder, std::string_view name);
 
+// Creates the folder and any missing parents (mode 0755 before the umask). True when it
+// exists as a folder afterwards.
+[[nodiscard]] bool MakeFolders(const std::string& path);
+
+// The folder part of a path ("." when it has none).
+[[nodiscard]] std::string FolderOf(std::string_view path);
+
 }  // namespace Zarn

@@ -1,0 +1,47 @@
+#include "config/HomeFolder.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "config/KorvelConfig.h"
+#include "core/PathUtil.h"
+#include "core/TekoFile.h"
+
+namespace Zarn {
+namespace {
+
+std::string UserHome() {
+    const char* home = std::getenv("HOME");
+    if (home != nullptr && *home != '\0') return home;
+    const passwd* entry = ::getpwuid(::getuid());
+    return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "/tmp";
+}
+
+}  // namespace
+
+std::string HomeFolder::Resolve(const std::optional<std::string>& requested) {
+    if (requested && !requested->empty()) return MakeAbsolutePath(*requested);
+    std::string executable_folder = ExecutableFolder();
+    if (!executable_folder.empty() &&
+        TekoFile::GetFileSize(JoinPath(executable_folder, KorvelConfig::kFileName)) !=
+            TekoFile::kInvalidSize) {
+        return executable_folder;
+    }
+    const char* xdg = std::getenv("XDG_CONFIG_HOME");
+    // The base directory specification ignores a relative value.
+    std::string config_home =
+        xdg != nullptr && xdg[0] == '/' ? std::string(xdg) : JoinPath(UserHome(), ".config");
+    return JoinPath(MakeAbsolutePath(config_home), "lumidrop");
+}
+
+std::string HomeFolder::ExecutableFolder() {
+    std::vector<char> buffer(4096);
+    ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size() - 1);
+    if (length <= 0) return {};
+    return FolderOf(std::string(buffer.data(), static_cast<size_t>(length)));
+}
+
+}  // namespace Zarn

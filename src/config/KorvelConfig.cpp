@@ -1,0 +1,116 @@
+#include "config/KorvelConfig.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "core/PathUtil.h"
+#include "core/UniqueFd.h"
+#include "i18n/Translate.h"
+#include "log/Log.h"
+
+namespace Zarn {
+namespace {
+
+constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
+
+bool WriteAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+// The rename is durable only once the folder's entry is on the disk too.
+void SyncFolder(const std::string& folder) {
+    UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.IsValid()) ::fsync(fd.Get());
+}
+
+}  // namespace
+
+KorvelConfig::KorvelConfig() {
+    RegisterAll();
+}
+
+KorvelConfig::KorvelConfig(std::string settings_path) : settings_path_(std::move(settings_path)) {
+    RegisterAll();
+    LoadFile();
+}
+
+void KorvelConfig::RegisterAll() {
+    Register("singleInstance", &singleInstance, true);
+    Register("port", &port, 80);
+    Register("wasRunning", &wasRunning, false);
+    Register("bootOnTray", &bootOnTray, false);
+    Register("canRootAccess", &canRootAccess, true);
+    Register("showHiddenFiles", &showHiddenFiles, false);
+    Register("totalUploadSpeedLimit", &totalUploadSpeedLimit, -1);
+    Register("totalDownloadSpeedLimit", &totalDownloadSpeedLimit, -1);
+    Register("useDownloadConnectionLimit", &useDownloadConnectionLimit, false);
+    Register("downloadConnectionLimit", &downloadConnectionLimit, 0);
+    Register("usePerIPDownloadConnectionLimit", &usePerIPDownloadConnectionLimit, false);
+    Register("perIPdownloadConnectionLimit", &perIPdownloadConnectionLimit, 0);
+    Register("useHostName", &useHostName, false);
+    Register("getPublicIP", &getPublicIP, true);
+    Register("HostName", &HostName, "");
+    Register("preferredLancardAddress", &preferredLancardAddress, "");
+    Register("writeLog", &writeLog, true);
+    Register("useVersionCheck", &useVersionCheck, true);
+    Register("skinDevelopersMode", &skinDevelopersMode, false);
+    Register("defaultUrlCodepage", &defaultUrlCodepage, 949);
+    Register("defaultSkin", &defaultSkin, "");
+    Register("uiLanguageFile", &uiLanguageFile, "");
+    // The folder first offered when the owner adds a share; the Windows drive root
+    // "C:\" becomes the root of the file system.
+    Register("lastAddMountDirectory", &lastAddMountDirectory, "/");
+    RegisterList("mounts", &mounts);
+    RegisterList("ipFilterTable", &ipFilterTable);
+    RegisterList("users", &users);
+    RegisterList("authorities", &authorities);
+}
+
+bool KorvelConfig::LoadFile() {
+    CriticalSectionLock hold(lock_);
+    std::ifstream in(settings_path_, std::ios::binary);
+    if (!in) return false;
+    if (in.peek() == 0xEF) in.ignore(3);
+    return Load(in);
+}
+
+bool KorvelConfig::Save() {
+    CriticalSectionLock hold(lock_);
+    std::ostringstream text;
+    text << kByteOrderMark;
+    AbstractConfig::Save(text);
+    if (WriteFile(text.str())) return true;
+    LogTranslated(kLogError, "설정 파일을 저장하지 못했습니다: %s", settings_path_.c_str());
+    return false;
+}
+
+bool KorvelConfig::WriteFile(const std::string& text) {
+    if (settings_path_.empty()) return false;
+    std::string folder = FolderOf(settings_path_);
+    if (!MakeFolders(folder)) return false;
+    std::string temporary = settings_path_ + ".tmp";
+    UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!fd.IsValid()) return false;
+    bool written = WriteAll(fd.Get(), text) && ::fsync(fd.Get()) == 0;
+    fd.Reset();
+    if (!written || ::rename(temporary.c_str(), settings_path_.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+        return false;
+    }
+    SyncFolder(folder);
+    return true;
+}
+
+}  // namespace Zarn

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "config/AbstractConfig.h"
+#include "core/CriticalSection.h"
+
+namespace Zarn {
+
+// The application's settings, bound to the keys of "mount.ini" in the home folder.
+// Scalars are read directly by every thread; strings and lists are read and changed
+// under GetLock() (the settings lock, always taken before the mount registry's lock),
+// and every change is followed by Save().
+class KorvelConfig : public AbstractConfig {
+public:
+    static constexpr char kFileName[] = "mount.ini";
+
+    // Registers every key with its default; reads nothing yet.
+    KorvelConfig();
+    // The same, then loads `settings_path` (a missing or unreadable file leaves the
+    // defaults).
+    explicit KorvelConfig(std::string settings_path);
+
+    // Reads the settings file, skipping a UTF-8 byte-order mark. False when it cannot
+    // be opened (the values stay as they were).
+    bool LoadFile();
+    // Writes the whole file anew: a byte-order mark, then the store's lines. The bytes go
+    // to "mount.ini.tmp" beside it, which is flushed to the disk and renamed over the old
+    // file, so a crash or a full disk never leaves a truncated settings file. Creates the
+    // folder when it is missing. A failure keeps the old file and is logged at level 8.
+    bool Save();
+
+    [[nodiscard]] const std::string& GetPath() const { return settings_path_; }
+    void SetPath(std::string settings_path) { settings_path_ = std::move(settings_path); }
+    [[nodiscard]] CriticalSection& GetLock() { return lock_; }
+
+    bool singleInstance = true;
+    unsigned short port = 80;
+    bool wasRunning = false;
+    bool bootOnTray = false;
+    bool canRootAccess = true;
+    bool showHiddenFiles = false;
+    int totalUploadSpeedLimit = -1;
+    int totalDownloadSpeedLimit = -1;
+    bool useDownloadConnectionLimit = false;
+    int downloadConnectionLimit = 0;
+    bool usePerIPDownloadConnectionLimit = false;
+    int perIPdownloadConnectionLimit = 0;
+    bool useHostName = false;
+    bool getPublicIP = true;
+    std::string HostName;
+    std::string preferredLancardAddress;
+    bool writeLog = true;
+    bool useVersionCheck = true;
+    bool skinDevelopersMode = false;
+    int defaultUrlCodepage = 949;
+    std::string defaultSkin;
+    std::string uiLanguageFile;
+    std::string lastAddMountDirectory;
+    std::vector<std::string> mounts;
+    std::vector<std::string> ipFilterTable;
+    std::vector<std::string> users;
+    std::vector<std::string> authorities;
+
+private:
+    void RegisterAll();
+    [[nodiscard]] bool WriteFile(const std::string& text);
+
+    std::string settings_path_;
+    CriticalSection lock_;
+};
+
+}  // namespace Zarn

@@ -1,0 +1,168 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "config/HomeFolder.h"
+#include "config/KorvelConfig.h"
+#include "support/LogCapture.h"
+#include "support/TempFolder.h"
+
+namespace Zarn {
+namespace {
+
+using testing::LogCapture;
+using testing::TempFolder;
+
+// Every key as a hand-written file lists it: BOM, items in byte order (upper case first),
+// then the lists in key order, CR LF line ends.
+const std::string kHandWritten =
+    "\xEF\xBB\xBF"
+    "HostName=my.example.org\r\n"
+    "bootOnTray=0\r\n"
+    "canRootAccess=1\r\n"
+    "defaultSkin=\r\n"
+    "defaultUrlCodepage=949\r\n"
+    "downloadConnectionLimit=4\r\n"
+    "getPublicIP=0\r\n"
+    "lastAddMountDirectory=/home/me\r\n"
+    "perIPdownloadConnectionLimit=2\r\n"
+    "port=8080\r\n"
+    "preferredLancardAddress=192.168.0.10\r\n"
+    "showHiddenFiles=0\r\n"
+    "singleInstance=1\r\n"
+    "skinDevelopersMode=0\r\n"
+    "totalDownloadSpeedLimit=-1\r\n"
+    "totalUploadSpeedLimit=100\r\n"
+    "uiLanguageFile=English.wul\r\n"
+    "useDownloadConnectionLimit=1\r\n"
+    "useHostName=1\r\n"
+    "usePerIPDownloadConnectionLimit=1\r\n"
+    "useVersionCheck=0\r\n"
+    "wasRunning=1\r\n"
+    "writeLog=1\r\n"
+    "authorities+=guest|music|3\r\n"
+    "ipFilterTable+=192.168.0.*:allow\r\n"
+    "ipFilterTable+=*.*.*.*:ban\r\n"
+    "mounts+=music|%2fhome%2fme%2fMusic|x|yes|x|no\r\n"
+    "users+=guest|secret\r\n";
+
+TEST(KorvelConfigTest, MissingFileGivesTheDefaults) {
+    TempFolder home;
+    KorvelConfig config(home / KorvelConfig::kFileName);
+    EXPECT_EQ(config.port, 80);
+    EXPECT_TRUE(config.singleInstance);
+    EXPECT_TRUE(config.writeLog);
+    EXPECT_TRUE(config.useVersionCheck);
+    EXPECT_TRUE(config.getPublicIP);
+    EXPECT_TRUE(config.canRootAccess);
+    EXPECT_EQ(config.totalUploadSpeedLimit, -1);
+    EXPECT_EQ(config.defaultUrlCodepage, 949);
+    EXPECT_TRUE(config.mounts.empty());
+    EXPECT_TRUE(config.users.empty());
+    EXPECT_FALSE(home.Exists(KorvelConfig::kFileName));  // nothing is written by loading
+}
+
+TEST(KorvelConfigTest, HandWrittenFileLoadsAndSavesBackByteForByte) {
+    TempFolder home;
+    home.Write(KorvelConfig::kFileName, kHandWritten);
+    KorvelConfig config(home / KorvelConfig::kFileName);
+    EXPECT_EQ(config.port, 8080);
+    EXPECT_EQ(config.HostName, "my.example.org");
+    EXPECT_EQ(config.ipFilterTable, (std::vector<std::string>{"192.168.0.*:allow", "*.*.*.*:ban"}));
+    EXPECT_TRUE(config.wasRunning);
+    ASSERT_TRUE(config.Save());
+    EXPECT_EQ(home.Read(KorvelConfig::kFileName), kHandWritten);
+}
+
+TEST(KorvelConfigTest, ReadsFilesWithAndWithoutByteOrderMark) {
+    TempFolder home;
+    for (const std::string prefix : {"", "\xEF\xBB\xBF"}) {
+        home.Write(KorvelConfig::kFileName, prefix + "port=81\nwriteLog=0\n");
+        KorvelConfig config(home / KorvelConfig::kFileName);
+        EXPECT_EQ(config.port, 81);
+        EXPECT_FALSE(config.writeLog);
+    }
+}
+
+TEST(KorvelConfigTest, ChangeSaveReloadRoundTrip) {
+    TempFolder home;
+    std::string path = home / "nested/folder/mount.ini";  // made on first save
+    {
+        KorvelConfig config(path);
+        config.port = 8123;
+        config.users = {"alice|pw", "bob|%7c"};
+        config.HostName = "h";
+        ASSERT_TRUE(config.Save());
+    }
+    // The file is found by its path, wherever the process's current directory is.
+    std::filesystem::path previous = std::filesystem::current_path();
+    std::filesystem::current_path("/");
+    KorvelConfig reloaded(path);
+    std::filesystem::current_path(previous);
+    EXPECT_EQ(reloaded.port, 8123);
+    EXPECT_EQ(reloaded.users, (std::vector<std::string>{"alice|pw", "bob|%7c"}));
+    std::string saved = home.Read("nested/folder/mount.ini");
+    EXPECT_TRUE(saved.starts_with("\xEF\xBB\xBFHostName=h\r\nbootOnTray=0\r\n"));
+    EXPECT_TRUE(saved.ends_with("users+=alice|pw\r\nusers+=bob|%7c\r\n"));
+    EXPECT_FALSE(home.Exists("nested/folder/mount.ini.tmp"));
+}
+
+TEST(KorvelConfigTest, FailedSaveKeepsTheOldFileAndSaysSo) {
+    TempFolder home;
+    home.Write(KorvelConfig::kFileName, kHandWritten);
+    // A folder where the temporary file must go makes the save fail before the rename.
+    std::filesystem::create_directory(home / "mount.ini.tmp");
+    LogCapture capture;
+    KorvelConfig config(home / KorvelConfig::kFileName);
+    config.port = 1;
+    EXPECT_FALSE(config.Save());
+    EXPECT_EQ(home.Read(KorvelConfig::kFileName), kHandWritten);
+    ASSERT_EQ(capture.Lines().size(), 1u);
+    EXPECT_EQ(capture.Lines()[0].first, kLogError);
+    EXPECT_NE(capture.Lines()[0].second.find("mount.ini"), std::string::npos);
+}
+
+TEST(KorvelConfigTest, ConcurrentSavesAlwaysLeaveAWholeFile) {
+    TempFolder home;
+    KorvelConfig config(home / KorvelConfig::kFileName);
+    std::vector<std::thread> savers;
+    for (int t = 0; t < 4; ++t) {
+        savers.emplace_back([&config, t] {
+            for (int i = 0; i < 25; ++i) {
+                CriticalSectionLock hold(config.GetLock());
+                config.users.push_back("user" + std::to_string(t) + "|" + std::to_string(i));
+                EXPECT_TRUE(config.Save());
+            }
+        });
+    }
+    for (std::thread& saver : savers)
+        saver.join();
+    KorvelConfig reloaded(home / KorvelConfig::kFileName);
+    EXPECT_EQ(reloaded.users.size(), 100u);
+}
+
+TEST(HomeFolderTest, ChoosesTheRequestedFolderElseTheConfigFolder) {
+    TempFolder base;
+    std::filesystem::path previous = std::filesystem::current_path();
+    std::filesystem::current_path(base.Path());
+    EXPECT_EQ(HomeFolder::Resolve(std::string("sub/../home")), base / "home");
+    std::filesystem::current_path(previous);
+
+    const char* saved_xdg = std::getenv("XDG_CONFIG_HOME");
+    std::string saved = saved_xdg ? saved_xdg : "";
+    ::setenv("XDG_CONFIG_HOME", (base / "xdg").c_str(), 1);
+    EXPECT_EQ(HomeFolder::Resolve(std::nullopt), base / "xdg/lumidrop");
+    ::setenv("XDG_CONFIG_HOME", "relative/ignored", 1);
+    EXPECT_TRUE(HomeFolder::Resolve(std::nullopt).ends_with("/.config/lumidrop"));
+    if (saved_xdg) {
+        ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
+    } else {
+        ::unsetenv("XDG_CONFIG_HOME");
+    }
+    EXPECT_FALSE(HomeFolder::ExecutableFolder().empty());
+}
+
+}  // namespace
+}  // namespace Zarn
