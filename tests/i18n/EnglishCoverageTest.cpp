@@ -3,9 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <regex>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -28,10 +29,50 @@ std::string UnescapeLiteral(const std::string& literal) {
     return text;
 }
 
-// Every literal passed to Translate, TranslateFormat, LogTranslated or TranslationKey.
+bool IsIdentifierChar(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
+
+// The string literal that starts at `position` (after blanks), if any.
+std::optional<std::string> LiteralAt(const std::string& text, size_t position) {
+    while (position < text.size() && std::isspace(static_cast<unsigned char>(text[position]))) {
+        ++position;
+    }
+    if (position >= text.size() || text[position] != '"') return std::nullopt;
+    std::string literal;
+    for (size_t i = position + 1; i < text.size(); ++i) {
+        if (text[i] == '"') return UnescapeLiteral(literal);
+        if (text[i] == '\\' && i + 1 < text.size()) literal += text[i++];
+        literal += text[i];
+    }
+    return std::nullopt;
+}
+
+// Every literal passed to Translate, TranslateFormat or TranslationKey as the first
+// argument, or to LogTranslated as the second.
+void CollectLiterals(const std::string& text, std::set<std::string>& keys) {
+    struct Marker {
+        std::string_view name;
+        bool after_first_argument;
+    };
+    const Marker markers[] = {{"Translate(", false},
+                              {"TranslateFormat(", false},
+                              {"TranslationKey(", false},
+                              {"LogTranslated(", true}};
+    for (const Marker& marker : markers) {
+        for (size_t at = text.find(marker.name); at != std::string::npos;
+             at = text.find(marker.name, at + 1)) {
+            if (at > 0 && IsIdentifierChar(text[at - 1])) continue;
+            size_t position = at + marker.name.size();
+            if (marker.after_first_argument) position = text.find(',', position) + 1;
+            if (std::optional<std::string> literal = LiteralAt(text, position)) {
+                keys.insert(*literal);
+            }
+        }
+    }
+}
+
 std::set<std::string> TranslatableLiterals() {
-    static const std::regex kCall(
-        R"re(\b(?:Translate|TranslateFormat|TranslationKey)\(\s*"((?:[^"\\]|\\.)*)"|\bLogTranslated\([^,]*,\s*"((?:[^"\\]|\\.)*)")re");
     std::set<std::string> keys;
     for (const auto& entry :
          std::filesystem::recursive_directory_iterator(LUMIDROP_SOURCE_DIR "/src")) {
@@ -40,12 +81,7 @@ std::set<std::string> TranslatableLiterals() {
         std::ifstream in(entry.path());
         std::stringstream source;
         source << in.rdbuf();
-        std::string text = source.str();
-        for (std::sregex_iterator match(text.begin(), text.end(), kCall), end; match != end;
-             ++match) {
-            std::string literal = (*match)[1].matched ? (*match)[1].str() : (*match)[2].str();
-            keys.insert(UnescapeLiteral(literal));
-        }
+        CollectLiterals(source.str(), keys);
     }
     return keys;
 }
