@@ -185,3 +185,102 @@ bool HttpRequest::IsMultipartBroken() const {
 }
 
 }  // namespace Zarn
+
+namespace Zarn {
+
+void HttpRequest::BeginResponse(int code, const char* reason) {
+    DisposeBody();
+    Log(kLogTrace, "BeginResponse(%d, %s)", code, reason);
+    response_begun_ = true;
+    char status_line[128];
+    std::snprintf(status_line, sizeof status_line, "HTTP/1.1 %d %s\r\n", code, reason);
+    pending_ += status_line;
+}
+
+void HttpRequest::SendHeader(const std::string& name, const std::string& value) {
+    Log(kLogTrace, "SendHeader(%s, %s)", name.c_str(), value.c_str());
+    header_sent_ = true;
+    pending_ += name;
+    pending_ += ": ";
+    pending_ += value;
+    pending_ += "\r\n";
+}
+
+void HttpRequest::Send(const void* bytes, size_t length) {
+    if (!headers_ended_) {
+        if (!keep_alive_) pending_ += "Connection:close\r\n";
+        pending_ += "\r\n";
+        header_sent_ = true;
+        headers_ended_ = true;
+    }
+    constexpr size_t kCoalesceBytes = 16 * 1024;
+    if (!pending_.empty() && length <= kCoalesceBytes) {
+        pending_.append(static_cast<const char*>(bytes), length);
+        length = 0;
+    }
+    Flush();
+    SendAll(static_cast<const char*>(bytes), length);
+}
+
+void HttpRequest::EndResponse() {
+    Log(kLogTrace, "EndResponse");
+    Send(nullptr, 0);
+}
+
+void HttpRequest::MarkHeadersEnded() {
+    headers_ended_ = true;
+}
+
+void HttpRequest::Flush() {
+    if (pending_.empty()) return;
+    std::string bytes = std::move(pending_);
+    pending_.clear();
+    SendAll(bytes.data(), bytes.size());
+}
+
+void HttpRequest::SendAll(const char* bytes, size_t length) {
+    if (length == 0) return;
+    if (connection_ == nullptr) throw socket_exception("Connection closed");
+    TCPSocket& socket = connection_->GetSocket();
+    while (length > 0) {
+        // A send may take fewer bytes than offered (a send time-out, a signal); only what
+        // it took is counted, and the rest is offered again from where it stopped.
+        int chunk = static_cast<int>(std::min<size_t>(length, 1 << 30));
+        auto sent = static_cast<size_t>(socket.Send(bytes, chunk));
+        bytes += sent;
+        length -= sent;
+        status_.ReportTransferred(kDirectionDownload, sent);
+    }
+}
+
+void HttpRequest::DisposeBody() {
+    char scratch[8192];
+    uint64_t disposed = 0;
+    while (consumed_ < content_length_) {
+        int got = ReceiveBody(scratch, sizeof scratch);
+        if (got <= 0) break;
+        disposed += static_cast<uint64_t>(got);
+    }
+    Log(kLogTrace, "Dispose(%llu bytes)-OK", static_cast<unsigned long long>(disposed));
+}
+
+int HttpRequest::ReceiveRaw(void* buffer, int length) {
+    if (connection_ == nullptr) throw socket_exception("Connection closed");
+    int got = connection_->GetSocket().Receive(buffer, length);
+    status_.ReportTransferred(kDirectionUpload, static_cast<uint64_t>(got));
+    return got;
+}
+
+std::string HttpRequest::AuthenticateValue(AuthenticationInfo::Scheme scheme,
+                                           const std::string& realm) {
+    std::string realm_part = "realm=\"" + realm + "\"";
+    switch (scheme) {
+        case AuthenticationInfo::Scheme::kBasic:
+            return "Basic " + realm_part;
+        case AuthenticationInfo::Scheme::kDigest:
+            return "Digest " + realm_part;
+    }
+    return {};
+}
+
+}  // namespace Zarn

@@ -78,6 +78,28 @@ public:
     [[nodiscard]] TransferStatusReporter& GetTransferStatus() { return status_; }
     [[nodiscard]] HttpConnection* GetConnection() const { return connection_; }
 
+    // The response. BeginResponse first reads and throws away whatever of the request body
+    // the handler left unread, then writes the status line. Headers follow; the first
+    // body bytes (or EndResponse) end them with "Connection:close" unless the handler
+    // called SetKeepAlive. Every send can throw socket_exception, and
+    // TransferKickedException when the owner kicked the transfer.
+    void BeginResponse(int code, const char* reason);
+    void SendHeader(const std::string& name, const std::string& value);
+    void Send(const void* bytes, size_t length);
+    void EndResponse();
+    // For a handler that relays a header block which already holds its blank line.
+    void MarkHeadersEnded();
+    void SetKeepAlive() { keep_alive_ = true; }
+    // Writes out status line and headers still held back; the connection thread calls it
+    // after the handler, so a handler that forgot EndResponse still sends what it wrote.
+    void Flush();
+    // One receive on the connection, counted as received bytes.
+    int ReceiveRaw(void* buffer, int length);
+
+    // The value of a WWW-Authenticate header asking for credentials of the scheme.
+    [[nodiscard]] static std::string AuthenticateValue(AuthenticationInfo::Scheme scheme,
+                                                       const std::string& realm);
+
     [[nodiscard]] bool IsResponseBegun() const { return response_begun_; }
     [[nodiscard]] bool IsHeaderSent() const { return header_sent_; }
     [[nodiscard]] bool AreHeadersEnded() const { return headers_ended_; }
@@ -86,6 +108,10 @@ public:
 private:
     void PrepareBody();
     void ReadForm();
+    void DisposeBody();
+    // Sends all the bytes, reporting each send to the transfer status and keeping the
+    // speed limit after it.
+    void SendAll(const char* bytes, size_t length);
 
     HttpConnection* connection_;
     TransferStatusReporter status_;
@@ -98,6 +124,9 @@ private:
     std::unique_ptr<MultipartReader> multipart_;
     mutable std::optional<std::string> client_address_;
 
+    // Status line and headers wait here and go out with the first body bytes, so a small
+    // response leaves in one segment; the bytes on the wire are the same.
+    std::string pending_;
     bool response_begun_ = false;
     bool header_sent_ = false;
     bool headers_ended_ = false;

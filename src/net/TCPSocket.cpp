@@ -4,6 +4,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cerrno>
 
@@ -39,6 +40,12 @@ bool WaitForInput(int handle, int timeout_ms) {
     return ready > 0 && (entry.revents & (POLLIN | POLLHUP | POLLERR)) != 0;
 }
 
+// On a blocking socket "would block" means the send or receive time-out ran out.
+[[noreturn]] void ThrowTimedOutOrLastError() {
+    if (errno == EAGAIN || errno == EWOULDBLOCK) SetLastSocketError(10060);
+    throw socket_exception();
+}
+
 }  // namespace
 
 bool TCPSocket::Create() {
@@ -54,13 +61,23 @@ void TCPSocket::SetNoDelay() {
     }
 }
 
+void TCPSocket::SetTimeouts(int seconds) {
+    timeval timeout{seconds, 0};
+    if (::setsockopt(GetHandle(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0 ||
+        ::setsockopt(GetHandle(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) != 0) {
+        RecordSocketErrno();
+    }
+}
+
 int TCPSocket::Send(const void* buffer, int length) {
     if (length <= 0) return 0;
     ssize_t sent;
     do {
         sent = RawSend(buffer, static_cast<size_t>(length), 0);
     } while (sent < 0 && errno == EINTR);
-    if (sent <= 0) throw socket_exception();
+    if (sent <= 0) {
+        ThrowTimedOutOrLastError();
+    }
     return static_cast<int>(sent);
 }
 
@@ -71,7 +88,7 @@ int TCPSocket::Receive(void* buffer, int length) {
         got = RawReceive(buffer, static_cast<size_t>(length), 0);
     } while (got < 0 && errno == EINTR);
     if (got == 0) throw socket_exception("Connection closed");
-    if (got < 0) throw socket_exception();
+    if (got < 0) ThrowTimedOutOrLastError();
     return static_cast<int>(got);
 }
 

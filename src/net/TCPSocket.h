@@ -18,6 +18,9 @@ public:
 
     [[nodiscard]] bool Create();
     void SetNoDelay();
+    // Makes a receive or send that waits longer than this fail with "Connection timed
+    // out" (0: wait forever).
+    void SetTimeouts(int seconds);
 
     // One send: returns how many bytes went (possibly fewer than `length`; callers loop).
     // Throws on an error; a length of 0 sends nothing and returns 0.

@@ -12,25 +12,31 @@ inline constexpr int kDirectionDownload = 0;
 inline constexpr int kDirectionUpload = 1;
 
 // Collects the figures of every running transfer, each known by its reporter, and
-// decides whether a transfer runs over its speed limit. Implementations are shared by
-// every connection thread and lock inside.
+// decides whether a transfer runs over its speed limit. A transfer's entry is made by
+// the first call that names its reporter and removed by Unregister. Implementations are
+// shared by every connection thread and lock inside.
 class TransferStatusAggregator {
 public:
     virtual ~TransferStatusAggregator() = default;
 
     virtual void Unregister(TransferStatusReporter* reporter) = 0;
+    // The size of the whole transfer in this direction.
     virtual void SetTotalSize(TransferStatusReporter* reporter, int direction, uint64_t value) = 0;
-    // Also makes the direction the transfer's kind.
-    virtual void SetTransferred(TransferStatusReporter* reporter, int direction,
-                                uint64_t value) = 0;
-    // Records a speed sample of the bytes just moved.
+    // How far the transfer has come; also makes the direction the transfer's kind.
+    virtual void SetPosition(TransferStatusReporter* reporter, int direction, uint64_t value) = 0;
+    // Records a speed sample of the bytes just moved. Throws TransferKickedException when
+    // the owner has kicked the transfer.
     virtual void AddTransferred(TransferStatusReporter* reporter, int direction,
                                 uint64_t count) = 0;
-    virtual void SetTarget(TransferStatusReporter* reporter, const std::string& target) = 0;
-    virtual void SetClientAddress(TransferStatusReporter* reporter, const std::string& address) = 0;
-    virtual void SetUserName(TransferStatusReporter* reporter, const std::string& name) = 0;
+    [[nodiscard]] virtual uint64_t GetTotalSize(TransferStatusReporter* reporter,
+                                                int direction) = 0;
+    [[nodiscard]] virtual uint64_t GetPosition(TransferStatusReporter* reporter, int direction) = 0;
+    // How many bytes the transfer should move in its next write: at least 256 KiB
+    // without a limit, about a fifth of a second's worth (at least 1 KiB) with one.
+    [[nodiscard]] virtual uint64_t GetWriteAllowance(TransferStatusReporter* reporter,
+                                                     int direction) = 0;
     [[nodiscard]] virtual bool IsOverLimit(TransferStatusReporter* reporter, int direction) = 0;
-    // Bytes per second.
+    // Bytes per second over the last five seconds.
     [[nodiscard]] virtual uint64_t GetSpeed(TransferStatusReporter* reporter, int direction) = 0;
 };
 

@@ -9,24 +9,36 @@ TransferStatusReporter::~TransferStatusReporter() {
     aggregator_ = nullptr;
 }
 
+void TransferStatusReporter::SetTarget(const std::string& target) {
+    std::lock_guard lock(description_mutex_);
+    description_.target = target;
+}
+
+void TransferStatusReporter::SetClientAddress(const std::string& address) {
+    std::lock_guard lock(description_mutex_);
+    description_.client_address = address;
+}
+
+void TransferStatusReporter::SetUserName(const std::string& name) {
+    std::lock_guard lock(description_mutex_);
+    description_.user_name = name;
+}
+
+TransferDescription TransferStatusReporter::GetDescription() const {
+    std::lock_guard lock(description_mutex_);
+    return description_;
+}
+
 void TransferStatusReporter::SetTotalSize(int direction, uint64_t value) {
     aggregator_->SetTotalSize(this, direction, value);
 }
 
-void TransferStatusReporter::SetTransferred(int direction, uint64_t value) {
-    aggregator_->SetTransferred(this, direction, value);
+void TransferStatusReporter::SetPosition(int direction, uint64_t value) {
+    aggregator_->SetPosition(this, direction, value);
 }
 
-void TransferStatusReporter::SetTarget(const std::string& target) {
-    aggregator_->SetTarget(this, target);
-}
-
-void TransferStatusReporter::SetClientAddress(const std::string& address) {
-    aggregator_->SetClientAddress(this, address);
-}
-
-void TransferStatusReporter::SetUserName(const std::string& name) {
-    aggregator_->SetUserName(this, name);
+uint64_t TransferStatusReporter::GetWriteAllowance(int direction) {
+    return aggregator_->GetWriteAllowance(this, direction);
 }
 
 bool TransferStatusReporter::IsOverLimit(int direction) {

@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <mutex>
+#include <stdexcept>
 #include <string>
 
 #include "core/ManualResetEvent.h"
@@ -9,8 +11,22 @@
 
 namespace Zarn {
 
+// Ends a transfer that the owner kicked, at its next report.
+class TransferKickedException : public std::runtime_error {
+public:
+    TransferKickedException() : std::runtime_error("Connection was kicked.") {}
+};
+
+// What the owner's console shows of a transfer besides its figures.
+struct TransferDescription {
+    std::string target;
+    std::string client_address;
+    std::string user_name;
+};
+
 // One transfer's link to the aggregator; owned by the request that moves the bytes and
-// used by its connection thread only. Destruction unregisters the transfer.
+// used by its connection thread. Destruction unregisters the transfer. The description
+// may be read from other threads (the aggregator's snapshot for the console).
 class TransferStatusReporter {
 public:
     static constexpr int kMaxThrottleWaits = 24;
@@ -25,21 +41,27 @@ public:
     // An event that, once set, ends every throttling wait at once (the server stopping).
     void SetStopEvent(const ManualResetEvent* stop) { stop_ = stop; }
 
-    void SetTotalSize(int direction, uint64_t value);
-    void SetTransferred(int direction, uint64_t value);
     void SetTarget(const std::string& target);
     void SetClientAddress(const std::string& address);
     void SetUserName(const std::string& name);
+    [[nodiscard]] TransferDescription GetDescription() const;
+
+    void SetTotalSize(int direction, uint64_t value);
+    void SetPosition(int direction, uint64_t value);
+    [[nodiscard]] uint64_t GetWriteAllowance(int direction);
     [[nodiscard]] bool IsOverLimit(int direction);
     [[nodiscard]] uint64_t GetSpeed(int direction);
 
     // Counts a chunk that moved, then keeps the speed limit: while the aggregator says
-    // the transfer is over it, waits 200 ms, at most 24 times for one chunk.
+    // the transfer is over it, waits 200 ms, at most 24 times for one chunk. Throws
+    // TransferKickedException for a kicked transfer.
     void ReportTransferred(int direction, uint64_t count);
 
 private:
     TransferStatusAggregator* aggregator_;
     const ManualResetEvent* stop_ = nullptr;
+    mutable std::mutex description_mutex_;
+    TransferDescription description_;
 };
 
 }  // namespace Zarn

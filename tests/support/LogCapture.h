@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -30,20 +32,34 @@ public:
     }
 
     bool Contains(uint32_t level, const std::string& text) {
-        for (const auto& [line_level, line] : Lines()) {
+        std::lock_guard lock(mutex_);
+        return ContainsLocked(level, text);
+    }
+
+    // Waits until the line has been logged (by another thread); false after the time-out.
+    bool WaitFor(uint32_t level, const std::string& text,
+                 std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+        std::unique_lock lock(mutex_);
+        return logged_.wait_for(lock, timeout, [&] { return ContainsLocked(level, text); });
+    }
+
+private:
+    bool ContainsLocked(uint32_t level, const std::string& text) const {
+        for (const auto& [line_level, line] : lines_) {
             if (line_level == level && line == text) return true;
         }
         return false;
     }
 
-private:
     static void Listen(void* context, uint32_t level, const char* text) {
         auto* self = static_cast<LogCapture*>(context);
         std::lock_guard lock(self->mutex_);
         self->lines_.emplace_back(level, text);
+        self->logged_.notify_all();
     }
 
     std::mutex mutex_;
+    std::condition_variable logged_;
     std::vector<std::pair<uint32_t, std::string>> lines_;
 };
 

@@ -1,0 +1,81 @@
+#include "http/RequestParserThread.h"
+
+#include <exception>
+
+#include "core/UrlCodec.h"
+#include "http/HttpRequest.h"
+#include "http/HttpRequestHandler.h"
+#include "log/Log.h"
+#include "net/socket_exception.h"
+
+namespace Zarn {
+
+RequestParserThread::~RequestParserThread() {
+    StopAndJoin();
+}
+
+bool RequestParserThread::Start(TCPSocket socket, HttpRequestHandler& handler,
+                                TransferStatusAggregator& aggregator) {
+    connection_.GetSocket() = std::move(socket);
+    connection_.GetSocket().SetTimeouts(kSocketTimeoutSeconds);
+    handler_ = &handler;
+    aggregator_ = &aggregator;
+    return AThread::Start();
+}
+
+void RequestParserThread::Interrupt() {
+    // Shut down first, so that a transfer woken from its speed-limit wait by the stop
+    // signal finds its connection gone instead of sending on. Shut down, not closed: the
+    // descriptor stays this thread's until it ends, so its number cannot be reused under
+    // a call that is still running.
+    {
+        std::lock_guard lock(socket_mutex_);
+        connection_.GetSocket().Shutdown();
+    }
+    SignalStop();
+}
+
+uint32_t RequestParserThread::Run() {
+    std::string client;
+    try {
+        client = connection_.GetSocket().GetPeerIp();
+        while (!IsStopSignalled() && ServeOneRequest()) {
+        }
+    } catch (const socket_exception& error) {
+        Log(kLogConnection, "[%s] Socket Error: %s", client.c_str(), error.what());
+    } catch (const std::exception& error) {
+        Log(kLogConnection, "Exception: %s", error.what());
+    } catch (...) {
+        Log(kLogError, "Unknown Exception");
+        throw;
+    }
+    {
+        std::lock_guard lock(socket_mutex_);
+        connection_.GetSocket().Close();
+    }
+    Log(kLogTrace, "Thread exit.");
+    return 0;
+}
+
+bool RequestParserThread::ServeOneRequest() {
+    HttpRequest request(&connection_, *aggregator_);
+    request.GetTransferStatus().SetStopEvent(&StopEvent());
+    request.Log(kLogTrace, "Receiving header...");
+    if (!ReadHeader(request)) return false;
+    request.Log(kLogTrace, "Requested");
+
+    std::string target = request.GetTarget();
+    for (char& c : target) {
+        if (c == '+') c = ' ';
+    }
+    TransferStatusReporter& status = request.GetTransferStatus();
+    status.SetTarget(DecodeUrlText(target, GetDefaultUrlCodepage()));
+    status.SetClientAddress(connection_.GetSocket().GetPeerIp());
+    status.SetUserName(request.GetUserName());
+
+    handler_->HandleRequest(request);
+    request.Flush();
+    return request.IsKeepAlive();
+}
+
+}  // namespace Zarn

@@ -1,0 +1,265 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <set>
+#include <thread>
+
+#include "http/ByteRangeSet.h"
+#include "http/WebServer.h"
+#include "support/LogCapture.h"
+#include "support/LoopbackPair.h"
+#include "support/TestServer.h"
+#include "transfer/NullTransferStatusAggregator.h"
+
+namespace Zarn {
+namespace {
+
+using testing::ConnectTo;
+using testing::FunctionHandler;
+using testing::LogCapture;
+using testing::ReadExactly;
+using testing::ReadHead;
+using testing::ReadToClose;
+using testing::SendAll;
+
+class WebServerTest : public ::testing::Test {
+protected:
+    void Serve(std::function<void(HttpRequest&)> function) {
+        handler_ = std::make_unique<FunctionHandler>(std::move(function));
+        server_.SetRequestHandler(handler_.get());
+        ASSERT_TRUE(server_.Listen(0));
+        ASSERT_GT(server_.GetPort(), 0);
+    }
+
+    std::unique_ptr<FunctionHandler> handler_;
+    WebServer server_;
+};
+
+TEST_F(WebServerTest, SendsExactStatusLineAndClosesByDefault) {
+    Serve([](HttpRequest& request) {
+        request.BeginResponse(404, "Not Found");
+        request.EndResponse();
+    });
+    TCPSocket client = ConnectTo(server_.GetPort());
+    SendAll(client, "GET /missing HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadToClose(client), "HTTP/1.1 404 Not Found\r\nConnection:close\r\n\r\n");
+}
+
+TEST_F(WebServerTest, HeadersAndBodyGoOutInOrder) {
+    Serve([](HttpRequest& request) {
+        request.BeginResponse(200, "OK");
+        request.SendHeader("Content-Type", "text/plain");
+        request.SendHeader("WWW-Authenticate",
+                           HttpRequest::AuthenticateValue(AuthenticationInfo::Scheme::kBasic, "/"));
+        request.Send("hello", 5);
+        std::string big(100000, 'b');
+        request.Send(big.data(), big.size());
+        request.EndResponse();
+    });
+    TCPSocket client = ConnectTo(server_.GetPort());
+    SendAll(client, "GET / HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadToClose(client),
+              "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n"
+              "WWW-Authenticate: Basic realm=\"/\"\r\nConnection:close\r\n\r\nhello" +
+                  std::string(100000, 'b'));
+}
+
+TEST_F(WebServerTest, KeepAliveServesTwoRequestsOnOneThread) {
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    Serve([&](HttpRequest& request) {
+        {
+            std::lock_guard lock(mutex);
+            threads.insert(std::this_thread::get_id());
+        }
+        request.SetKeepAlive();
+        request.BeginResponse(200, "OK");
+        request.SendHeader("Content-Length", "1");
+        request.Send(request.GetPath().empty() ? "-" : request.GetPath().c_str(), 1);
+    });
+    TCPSocket client = ConnectTo(server_.GetPort());
+    SendAll(client, "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1.1\r\n\r\n");
+    const std::string response = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n";
+    EXPECT_EQ(ReadExactly(client, response.size() + 1), response + "a");
+    EXPECT_EQ(ReadExactly(client, response.size() + 1), response + "b");
+    EXPECT_EQ(threads.size(), 1u);
+    EXPECT_EQ(server_.GetThreadCount(), 1u);
+}
+
+TEST_F(WebServerTest, DrainsAnUnreadBodyBeforeAnswering) {
+    constexpr size_t kBodyBytes = 1 << 20;
+    std::atomic<uint64_t> consumed_at_status{0};
+    Serve([&](HttpRequest& request) {
+        request.BeginResponse(403, "Forbidden");
+        consumed_at_status = request.GetConsumedLength();
+        request.EndResponse();
+    });
+    TCPSocket client = ConnectTo(server_.GetPort());
+    std::thread sender([&] {
+        SendAll(client, "PUT /big HTTP/1.1\r\nContent-Length: " + std::to_string(kBodyBytes) +
+                            "\r\n\r\n" + std::string(kBodyBytes, 'x'));
+    });
+    std::string response = ReadToClose(client);
+    sender.join();
+    EXPECT_EQ(response, "HTTP/1.1 403 Forbidden\r\nConnection:close\r\n\r\n");
+    EXPECT_EQ(consumed_at_status, kBodyBytes);
+}
+
+TEST_F(WebServerTest, ClientThatSaysNothingEndsWithConnectionClosed) {
+    LogCapture capture;
+    Serve([](HttpRequest&) {});
+    { TCPSocket client = ConnectTo(server_.GetPort()); }
+    EXPECT_TRUE(capture.WaitFor(kLogConnection, "[127.0.0.1] Socket Error: Connection closed"));
+    EXPECT_TRUE(capture.WaitFor(kLogTrace, "Thread exit."));
+}
+
+TEST_F(WebServerTest, ChangesPortOnlyWhenTheNewOneCanBeHad) {
+    Serve([](HttpRequest& request) {
+        request.BeginResponse(200, "OK");
+        request.EndResponse();
+    });
+    int first = server_.GetPort();
+    EXPECT_TRUE(server_.ChangePort(first));
+    EXPECT_EQ(server_.GetPort(), first);
+
+    TCPServerSocket taken;
+    ASSERT_TRUE(taken.Listen(0));
+    EXPECT_FALSE(server_.ChangePort(taken.GetLocalPort()));
+    EXPECT_EQ(server_.GetPort(), first);
+    TCPSocket still_served = ConnectTo(first);
+    SendAll(still_served, "GET / HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadToClose(still_served), "HTTP/1.1 200 OK\r\nConnection:close\r\n\r\n");
+
+    TCPServerSocket probe;
+    ASSERT_TRUE(probe.Listen(0));
+    int free_port = probe.GetLocalPort();
+    probe.Close();
+    ASSERT_TRUE(server_.ChangePort(free_port));
+    EXPECT_EQ(server_.GetPort(), free_port);
+    TCPSocket moved = ConnectTo(free_port);
+    SendAll(moved, "GET / HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadToClose(moved), "HTTP/1.1 200 OK\r\nConnection:close\r\n\r\n");
+}
+
+TEST_F(WebServerTest, ListenOnATakenPortFails) {
+    LogCapture capture;
+    TCPServerSocket taken;
+    ASSERT_TRUE(taken.Listen(0));
+    EXPECT_FALSE(server_.Listen(taken.GetLocalPort()));
+    EXPECT_EQ(server_.GetPort(), -1);
+    EXPECT_TRUE(capture.Contains(
+        kLogTrace, "server.Listen(" + std::to_string(taken.GetLocalPort()) + ") failed"));
+}
+
+// Always over the limit, so every report waits the longest it may.
+class ThrottlingAggregator : public NullTransferStatusAggregator {
+public:
+    bool IsOverLimit(TransferStatusReporter*, int) override { return true; }
+};
+
+TEST_F(WebServerTest, StopEndsEveryThreadPromptlyEvenMidThrottle) {
+    ThrottlingAggregator throttling;
+    server_.SetTransferStatusAggregator(&throttling);
+    std::atomic<bool> sending{false};
+    Serve([&](HttpRequest& request) {
+        request.BeginResponse(200, "OK");
+        sending = true;
+        for (int i = 0; i < 100; ++i)
+            request.Send("chunk", 5);  // minutes at this limit
+        request.EndResponse();
+    });
+    TCPSocket idle = ConnectTo(server_.GetPort());
+    TCPSocket slow = ConnectTo(server_.GetPort());
+    SendAll(slow, "GET / HTTP/1.1\r\n\r\n");
+    while (!sending)
+        std::this_thread::yield();
+
+    auto started = std::chrono::steady_clock::now();
+    server_.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(3));
+    EXPECT_EQ(server_.GetPort(), -1);
+    EXPECT_EQ(server_.GetThreadCount(), 0u);
+    EXPECT_FALSE(server_.IsRunning());
+    // Both clients see their connections end.
+    (void)ReadToClose(idle);
+    std::string partial = ReadToClose(slow);
+    EXPECT_LT(partial.size(), std::string("chunk").size() * 100);  // cut off, never finished
+    // The server can listen again afterwards.
+    ASSERT_TRUE(server_.Listen(0));
+}
+
+TEST_F(WebServerTest, DestroyingTheServerWhileRequestsRunIsSafe) {
+    auto server = std::make_unique<WebServer>();
+    std::atomic<bool> receiving{false};
+    FunctionHandler handler([&](HttpRequest& request) {
+        receiving = true;
+        char buffer[16];
+        request.ReceiveRaw(buffer, sizeof buffer);  // blocks: the client never sends more
+    });
+    server->SetRequestHandler(&handler);
+    ASSERT_TRUE(server->Listen(0));
+    TCPSocket client = ConnectTo(server->GetPort());
+    SendAll(client, "GET / HTTP/1.1\r\n\r\n");
+    while (!receiving)
+        std::this_thread::yield();
+    server.reset();
+    EXPECT_EQ(ReadToClose(client), "");
+}
+
+// Serves a fixed 1,000-byte entity with byte ranges, the way a download does.
+void ServeEntity(HttpRequest& request) {
+    std::string entity(1000, '\0');
+    for (size_t i = 0; i < entity.size(); ++i)
+        entity[i] = static_cast<char>('a' + i % 26);
+    ByteRangeSet ranges;
+    std::string range_header;
+    bool partial = request.GetHeader("RANGE", range_header) && ranges.Parse(range_header);
+    if (!ranges.Resolve(entity.size())) {
+        request.SetKeepAlive();
+        request.BeginResponse(416, "Requested Range Not Satisfiable");
+        request.SendHeader("Content-Length", "0");
+        request.EndResponse();
+        return;
+    }
+    const ByteRangeSet::Range& range = ranges.GetRanges().front();
+    request.SetKeepAlive();
+    request.BeginResponse(partial ? 206 : 200, partial ? "Partial Content" : "OK");
+    if (partial) request.SendHeader("Content-range", ranges.ContentRangeValue());
+    request.SendHeader("Content-Length", std::to_string(range.last - range.first + 1));
+    request.Send(entity.data() + range.first, range.last - range.first + 1);
+}
+
+std::string RunCommand(const std::string& command) {
+    std::string output;
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) return output;
+    char buffer[4096];
+    size_t got;
+    while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        output.append(buffer, got);
+    ::pclose(pipe);
+    return output;
+}
+
+TEST_F(WebServerTest, CurlDownloadsRangesOverOneKeptAliveConnection) {
+    if (RunCommand("command -v curl").empty()) GTEST_SKIP() << "curl is not installed";
+    std::atomic<int> requests{0};
+    Serve([&](HttpRequest& request) {
+        ++requests;
+        ServeEntity(request);
+    });
+    std::string base = "http://127.0.0.1:" + std::to_string(server_.GetPort());
+    std::string output = RunCommand("curl -s -r 26-51 " + base + "/one " + base +
+                                    "/two -w ' %{http_code} %{num_connects}\\n' 2>&1");
+    EXPECT_EQ(output,
+              "abcdefghijklmnopqrstuvwxyz 206 1\n"
+              "abcdefghijklmnopqrstuvwxyz 206 0\n");  // the second reused the connection
+    EXPECT_EQ(requests, 2);
+    EXPECT_EQ(RunCommand("curl -s -o /dev/null -w '%{http_code}' -r 1000- " + base + "/x"), "416");
+    EXPECT_EQ(RunCommand("curl -s " + base + "/whole | wc -c"), "1000\n");
+}
+
+}  // namespace
+}  // namespace Zarn
