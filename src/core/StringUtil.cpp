@@ -47,6 +47,16 @@ size_t FindIgnoringCase(std::string_view text, std::string_view what) {
     return std::string_view::npos;
 }
 
+std::vector<std::string_view> Split(std::string_view text, char separator) {
+    std::vector<std::string_view> pieces;
+    for (;;) {
+        size_t found = text.find(separator);
+        pieces.push_back(text.substr(0, found));
+        if (found == std::string_view::npos) return pieces;
+        text.remove_prefix(found + 1);
+    }
+}
+
 uint64_t ParseLeadingDecimal(std::string_view text) {
     size_t i = 0;
     while (i < text.size() && (text[i] < '0' || text[i] > '9'))

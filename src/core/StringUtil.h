@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Zarn {
 
@@ -15,6 +16,9 @@ inline constexpr std::string_view kBlankChars = "\r\n\t ";
 [[nodiscard]] std::string ToLowerAscii(std::string_view text);
 // Case-insensitive (ASCII) search; npos when absent.
 [[nodiscard]] size_t FindIgnoringCase(std::string_view text, std::string_view what);
+
+// The pieces between every occurrence of the separator ("a||b" gives "a", "", "b").
+[[nodiscard]] std::vector<std::string_view> Split(std::string_view text, char separator);
 
 // Reads leading decimal digits after any leading non-digits, as a number stream would:
 // "42abc" is 42, a text without digits is 0, and a number too large saturates at the

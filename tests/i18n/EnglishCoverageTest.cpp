@@ -33,19 +33,25 @@ bool IsIdentifierChar(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
 }
 
-// The string literal that starts at `position` (after blanks), if any.
+// The string literal that starts at `position` (after blanks), if any; adjacent literals
+// are joined as the compiler joins them.
 std::optional<std::string> LiteralAt(const std::string& text, size_t position) {
-    while (position < text.size() && std::isspace(static_cast<unsigned char>(text[position]))) {
-        ++position;
+    std::optional<std::string> joined;
+    for (;;) {
+        while (position < text.size() && std::isspace(static_cast<unsigned char>(text[position]))) {
+            ++position;
+        }
+        if (position >= text.size() || text[position] != '"') return joined;
+        std::string literal;
+        size_t i = position + 1;
+        for (; i < text.size() && text[i] != '"'; ++i) {
+            if (text[i] == '\\' && i + 1 < text.size()) literal += text[i++];
+            literal += text[i];
+        }
+        if (i >= text.size()) return joined;
+        joined = joined.value_or("") + UnescapeLiteral(literal);
+        position = i + 1;
     }
-    if (position >= text.size() || text[position] != '"') return std::nullopt;
-    std::string literal;
-    for (size_t i = position + 1; i < text.size(); ++i) {
-        if (text[i] == '"') return UnescapeLiteral(literal);
-        if (text[i] == '\\' && i + 1 < text.size()) literal += text[i++];
-        literal += text[i];
-    }
-    return std::nullopt;
 }
 
 // Every literal passed to Translate, TranslateFormat or TranslationKey as the first

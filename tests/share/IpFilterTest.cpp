@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "config/KorvelConfig.h"
+#include "share/IpFilter.h"
+#include "share/WildcardMatcher.h"
+#include "support/TempFolder.h"
+
+namespace Zarn {
+namespace {
+
+using testing::TempFolder;
+
+TEST(IpFilterTest, WildcardStarTakesOneOrMoreCharacters) {
+    struct Case {
+        const char* pattern;
+        const char* text;
+        bool matches;
+    };
+    const Case cases[] = {
+        {"192.168.0.*", "192.168.0.1", true},
+        {"192.168.0.*", "192.168.0.", false},
+        {"192.168.0.*", "192.168.0.123", true},
+        {"*.*.*.*", "10.0.0.1", true},
+        {"*.*.*.*", "1.2.3", false},
+        {"*.*.*.*", "...", false},
+        {"1.2.3.*", "1.2.3.4", true},
+        {"1?.*.*.*", "1.2.3.4", false},
+        {"1?.*.*.*", "12.2.3.4", true},
+        {"*", "", false},
+        {"", "", true},
+        {"*4", "1.2.3.4", true},
+        {"10.*", "10.1.2.3", true},  // a star may span dots
+        {"10.0.0.1", "10.0.0.10", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.pattern) + " ~ " + c.text);
+        EXPECT_EQ(WildcardMatch(c.pattern, c.text), c.matches);
+    }
+}
+
+TEST(IpFilterTest, HostileInputMatchesInReasonableTime) {
+    std::string pattern;
+    for (int i = 0; i < 200; ++i)
+        pattern += "*a";
+    pattern += "b";
+    std::string text(20000, 'a');
+    auto started = std::chrono::steady_clock::now();
+    EXPECT_FALSE(WildcardMatch(pattern, text));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+}
+
+TEST(IpFilterTest, FirstMatchingRuleDecidesAndTheDefaultAdmits) {
+    TempFolder home;
+    home.Write("mount.ini",
+               "ipFilterTable+=192.168.0.7:ban\r\n"
+               "ipFilterTable+=192.168.0.*:allow\r\n"
+               "ipFilterTable+=not a rule\r\n"
+               "ipFilterTable+=10.*.*.*:Allow\r\n"
+               "ipFilterTable+=1.2.3.4:ban:extra\r\n"
+               "ipFilterTable+=*.*.*.*:ban\r\n"
+               "ipFilterTable+=127.0.0.1:allow\r\n");
+    KorvelConfig config(home / "mount.ini");
+    IpFilter filter(config);
+    EXPECT_EQ(filter.GetRules().size(), 4u);
+    EXPECT_FALSE(filter.IsAdmitted("192.168.0.7"));
+    EXPECT_TRUE(filter.IsAdmitted("192.168.0.8"));
+    EXPECT_FALSE(filter.IsAdmitted("127.0.0.1"));  // never reaches the rule after *.*.*.*
+    EXPECT_EQ(filter.Find(true, "192.168.0.*"), 1u);
+    EXPECT_EQ(filter.Find(false, "192.168.0.*"), std::nullopt);
+
+    ASSERT_TRUE(filter.SetRules({}));
+    EXPECT_TRUE(filter.IsAdmitted("8.8.8.8"));
+    ASSERT_TRUE(filter.SetRules({{false, "10.*.*.*"}, {true, "*.*.*.*"}}));
+    KorvelConfig reloaded(home / "mount.ini");
+    EXPECT_EQ(reloaded.ipFilterTable, (std::vector<std::string>{"10.*.*.*:ban", "*.*.*.*:allow"}));
+}
+
+TEST(IpFilterTest, ValidatesPatternsTheOwnerEnters) {
+    EXPECT_TRUE(IpFilter::IsValidPattern("10.*.*.*"));
+    EXPECT_TRUE(IpFilter::IsValidPattern(" 192.168.0.1\r\n"));
+    EXPECT_TRUE(IpFilter::IsValidPattern("999.1.2.3"));  // ranges are not checked
+    EXPECT_FALSE(IpFilter::IsValidPattern("10.*.*"));
+    EXPECT_FALSE(IpFilter::IsValidPattern(".10.*.*"));
+    EXPECT_FALSE(IpFilter::IsValidPattern("10.*.*.*."));
+    EXPECT_FALSE(IpFilter::IsValidPattern("10.?.*.*"));
+    EXPECT_FALSE(IpFilter::IsValidPattern("a.b.c.d"));
+    EXPECT_FALSE(IpFilter::IsValidPattern(""));
+}
+
+}  // namespace
+}  // namespace Zarn

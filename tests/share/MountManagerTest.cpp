@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include "config/KorvelConfig.h"
+#include "share/AccountManager.h"
+#include "share/MountManager.h"
+#include "support/LogCapture.h"
+#include "support/TempFolder.h"
+
+namespace Zarn {
+namespace {
+
+using testing::LogCapture;
+using testing::TempFolder;
+
+TEST(MountManagerTest, LoadsTheStoredFormAndDropsBrokenElements) {
+    TempFolder home;
+    home.Write("mount.ini",
+               "mounts+=music|%2fsrv%2fmusic|note%20here|yes|x|no\r\n"
+               "mounts+=broken|%2fsrv|five|yes|x\r\n"
+               "mounts+=music|%2felsewhere|second|yes|x|yes\r\n"
+               "mounts+=movie.avi|%2fsrv%2fmovie.avi||no|x|yes\r\n"
+               "mounts+=caps|%2fsrv%2fcaps||Yes|ignored|YES\r\n"
+               "mounts+=%ED%95%9C|%2fsrv%2f%ED%95%9C||yes|x|no\r\n");
+    KorvelConfig config(home / "mount.ini");
+    LogCapture capture;
+    MountManager mounts(config);
+    EXPECT_TRUE(mounts.HadLoadProblems());
+    ASSERT_EQ(capture.Lines().size(), 1u);
+    EXPECT_EQ(capture.Lines()[0].first, kLogFatal);
+    EXPECT_EQ(mounts.ListNames(), (std::vector<std::string>{"caps", "movie.avi", "music", "한"}));
+
+    std::optional<Mount> music = mounts.GetMount("music");
+    ASSERT_TRUE(music.has_value());
+    EXPECT_EQ(music->local_path, "/srv/music");  // the first of two wins
+    EXPECT_EQ(music->note, "note here");
+    EXPECT_TRUE(music->is_folder);
+    EXPECT_FALSE(music->option);
+    EXPECT_FALSE(mounts.GetMount("caps")->is_folder);  // only an exact "yes" is a yes
+    EXPECT_FALSE(mounts.GetMount("caps")->option);
+    EXPECT_TRUE(mounts.GetMount("movie.avi")->option);
+    EXPECT_FALSE(mounts.GetMount("Music").has_value());
+    EXPECT_NE(mounts.GetMount("music")->identifier, mounts.GetMount("caps")->identifier);
+}
+
+TEST(MountManagerTest, ResolvesOnlyInsideItsMounts) {
+    TempFolder home;
+    home.Write("mount.ini",
+               "mounts+=docs|%2fsrv%2fdocs|x|yes|x|no\r\n"
+               "mounts+=root|%2f|x|yes|x|no\r\n"
+               "mounts+=file.txt|%2fsrv%2ffile.txt|x|no|x|no\r\n");
+    KorvelConfig config(home / "mount.ini");
+    MountManager mounts(config);
+    using namespace std::string_literals;
+    struct Case {
+        std::string path;
+        std::string local;
+    };
+    const Case cases[] = {
+        {"docs", "/srv/docs/"},
+        {"docs/a/b.txt", "/srv/docs/a/b.txt"},
+        {"docs/", "/srv/docs/"},
+        {"root/etc", "/etc"},
+        {"file.txt", "/srv/file.txt"},
+        {"file.txt/below", ""},
+        {"missing/x", ""},
+        {"docs/../etc/passwd", ""},
+        {"docs/a/..", ""},
+        {"docs/./a", ""},
+        {"docs/..", ""},
+        {"docs/a\0b"s, ""},
+        {"docs/...", "/srv/docs/..."},
+        {"docs/.hidden", "/srv/docs/.hidden"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path);
+        EXPECT_EQ(mounts.Resolve(c.path), c.local);
+    }
+}
+
+TEST(MountManagerTest, ChangesAreSavedAndRightsFollowARename) {
+    TempFolder home;
+    home.Write("mount.ini", "users+=bob|pw\r\nmounts+=a|%2fa|x|yes|x|no\r\n");
+    KorvelConfig config(home / "mount.ini");
+    MountManager mounts(config);
+    AccountManager accounts(config, mounts);
+    ASSERT_TRUE(accounts.SetRights("bob", "a", 7));
+    Mount renamed = *mounts.GetMount("a");
+    renamed.name = "b c|d";
+    ASSERT_TRUE(mounts.ModifyMount("a", renamed));
+    EXPECT_EQ(accounts.GetRights("bob", "b c|d"), 7u);
+    ASSERT_TRUE(mounts.AddMount({.name = "z", .local_path = "/z", .is_folder = false}));
+    EXPECT_FALSE(mounts.AddMount({.name = "z", .local_path = "/other"}));
+    EXPECT_FALSE(mounts.RemoveMount("nope"));
+
+    KorvelConfig reloaded(home / "mount.ini");
+    EXPECT_EQ(reloaded.mounts,
+              (std::vector<std::string>{"b%20c%7cd|/a|x|yes|x|no", "z|/z||no|x|no"}));
+    ASSERT_TRUE(mounts.RemoveMount("z"));
+    KorvelConfig after_remove(home / "mount.ini");
+    EXPECT_EQ(after_remove.mounts.size(), 1u);
+}
+
+}  // namespace
+}  // namespace Zarn
