@@ -1,6 +1,9 @@
 #include "http/HttpRequest.h"
 
+#include <sys/sendfile.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
@@ -9,6 +12,7 @@
 #include "core/UrlCodec.h"
 #include "http/HttpConnection.h"
 #include "log/Log.h"
+#include "net/SocketError.h"
 #include "net/socket_exception.h"
 
 namespace Zarn {
@@ -220,6 +224,29 @@ void HttpRequest::Send(const void* bytes, size_t length) {
     }
     Flush();
     SendAll(static_cast<const char*>(bytes), length);
+}
+
+void HttpRequest::SendFileBody(int file_fd, uint64_t offset, uint64_t length) {
+    Send(nullptr, 0);  // the headers go first
+    if (connection_ == nullptr) throw socket_exception("Connection closed");
+    int socket = connection_->GetSocket().GetHandle();
+    auto position = static_cast<off_t>(offset);
+    while (length > 0) {
+        uint64_t allowance = status_.GetWriteAllowance(kDirectionDownload);
+        size_t chunk = static_cast<size_t>(std::min<uint64_t>({length, allowance, 1 << 30}));
+        ssize_t sent = ::sendfile(socket, file_fd, &position, std::max<size_t>(chunk, 1));
+        if (sent < 0 && errno == EINTR) continue;
+        if (sent < 0) {
+            if (errno == EAGAIN)
+                SetLastSocketError(10060);  // the send time-out ran out
+            else
+                RecordSocketErrno();
+            throw socket_exception();
+        }
+        if (sent == 0) throw std::runtime_error("The file ended before its length was sent");
+        length -= static_cast<uint64_t>(sent);
+        status_.ReportTransferred(kDirectionDownload, static_cast<uint64_t>(sent));
+    }
 }
 
 void HttpRequest::EndResponse() {

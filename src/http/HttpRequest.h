@@ -87,6 +87,12 @@ public:
     void SendHeader(const std::string& name, const std::string& value);
     void Send(const void* bytes, size_t length);
     void EndResponse();
+    // Sends `length` bytes of an open file, from `offset`, as body bytes: straight from the
+    // file to the socket (sendfile), in writes as large as the transfer status allows for
+    // downloads, each reported and paced. Throws socket_exception when the connection
+    // fails and std::runtime_error when the file ends early (the promised length can then
+    // no longer be kept, so the connection must end).
+    void SendFileBody(int file_fd, uint64_t offset, uint64_t length);
     // For a handler that relays a header block which already holds its blank line.
     void MarkHeadersEnded();
     void SetKeepAlive() { keep_alive_ = true; }

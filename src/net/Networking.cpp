@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <netdb.h>
 
+#include <csignal>
 #include <memory>
 
 #include "net/SocketError.h"
@@ -54,6 +55,9 @@ uint16_t PortModulo(std::string_view digits) {
 }  // namespace
 
 bool InitializeNetworking() {
+    // Sends pass MSG_NOSIGNAL, but sendfile(2) cannot: a peer that goes away mid-file must
+    // end that transfer with an error, never the whole process with SIGPIPE.
+    ::signal(SIGPIPE, SIG_IGN);
     return true;
 }
 

@@ -9,8 +9,8 @@
 
 namespace Zarn {
 
-// Readies the socket layer. Always succeeds on Linux; kept so that every user of sockets
-// states that it uses them.
+// Readies the socket layer: SIGPIPE is ignored process-wide, so a write to a vanished peer
+// fails as an error instead of ending the process. Always succeeds on Linux.
 [[nodiscard]] bool InitializeNetworking();
 void CleanupNetworking();
 

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -6,10 +7,12 @@
 #include <set>
 #include <thread>
 
+#include "core/UniqueFd.h"
 #include "http/ByteRangeSet.h"
 #include "http/WebServer.h"
 #include "support/LogCapture.h"
 #include "support/LoopbackPair.h"
+#include "support/TempFolder.h"
 #include "support/TestServer.h"
 #include "transfer/NullTransferStatusAggregator.h"
 
@@ -206,6 +209,36 @@ TEST_F(WebServerTest, DestroyingTheServerWhileRequestsRunIsSafe) {
         std::this_thread::yield();
     server.reset();
     EXPECT_EQ(ReadToClose(client), "");
+}
+
+TEST_F(WebServerTest, SendsFileBodiesStraightFromTheFile) {
+    testing::TempFolder folder;
+    std::string content;
+    for (int i = 0; i < 300000; ++i)
+        content += static_cast<char>('A' + i % 51);
+    folder.Write("data.bin", content);
+    Serve([&](HttpRequest& request) {
+        UniqueFd file(::open((folder / "data.bin").c_str(), O_RDONLY | O_CLOEXEC));
+        request.BeginResponse(200, "OK");
+        if (request.GetPath() == "short") {
+            request.SendFileBody(file.Get(), content.size() - 10, 20);  // only 10 bytes left
+        } else {
+            request.SendFileBody(file.Get(), 1, content.size() - 1);
+        }
+        request.EndResponse();
+    });
+    TCPSocket client = ConnectTo(server_.GetPort());
+    SendAll(client, "GET /whole HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadToClose(client),
+              "HTTP/1.1 200 OK\r\nConnection:close\r\n\r\n" + content.substr(1));
+
+    LogCapture capture;
+    TCPSocket short_client = ConnectTo(server_.GetPort());
+    SendAll(short_client, "GET /short HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadToClose(short_client),
+              "HTTP/1.1 200 OK\r\nConnection:close\r\n\r\n" + content.substr(content.size() - 10));
+    EXPECT_TRUE(
+        capture.WaitFor(kLogConnection, "Exception: The file ended before its length was sent"));
 }
 
 // Serves a fixed 1,000-byte entity with byte ranges, the way a download does.
