@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "transfer/ConnectionCountLimitManager.h"
+
+namespace Zarn {
+namespace {
+
+constexpr int kAccepted = -1;
+constexpr int kTotal = ConnectionCountLimitException::kTotalLimit;
+constexpr int kPerAddress = ConnectionCountLimitException::kPerAddressLimit;
+
+// kAccepted, or the limit that refused the download.
+int Acquire(ConnectionCountLimitManager& manager, CounterToken& token, const std::string& address) {
+    try {
+        manager.Acquire(token, address);
+        return kAccepted;
+    } catch (const ConnectionCountLimitException& refused) {
+        EXPECT_FALSE(token.IsHeld());
+        return refused.GetLimit();
+    }
+}
+
+TEST(ConnectionCountLimitManagerTest, RefusesWithTheLimitThatWasReached) {
+    ConnectionCountLimitManager manager;
+    manager.SetTotalLimit(true, 2);
+    manager.SetPerAddressLimit(true, 1);
+    CounterToken a, b, c;
+    EXPECT_EQ(Acquire(manager, a, "10.0.0.1"), kAccepted);
+    EXPECT_EQ(Acquire(manager, b, "10.0.0.1"), kPerAddress);
+    EXPECT_EQ(Acquire(manager, b, "10.0.0.2"), kAccepted);
+    EXPECT_EQ(Acquire(manager, c, "10.0.0.3"), kTotal);
+    EXPECT_EQ(Acquire(manager, c, "10.0.0.1"), kTotal);
+    EXPECT_EQ(manager.GetTotalCount(), 2);
+}
+
+TEST(ConnectionCountLimitManagerTest, LoweredLimitRefusesNewDownloadsButEndsNone) {
+    ConnectionCountLimitManager manager;
+    std::vector<CounterToken> running(3);
+    for (auto& token : running)
+        ASSERT_EQ(Acquire(manager, token, "10.0.0.1"), kAccepted);
+    manager.SetTotalLimit(true, 2);
+    CounterToken late;
+    EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kTotal);
+    EXPECT_TRUE(running[0].IsHeld() && running[1].IsHeld() && running[2].IsHeld());
+    running[0].Release();
+    EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kTotal);
+    running[1].Release();
+    EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kAccepted);
+}
+
+TEST(ConnectionCountLimitManagerTest, DisabledLimitIsStoredAsTheLargestCountAndNeverRefuses) {
+    ConnectionCountLimitManager manager;
+    manager.SetTotalLimit(true, 1);
+    manager.SetPerAddressLimit(true, 1);
+    manager.SetTotalLimit(false, 1);
+    manager.SetPerAddressLimit(false, 1);
+    EXPECT_EQ(manager.GetTotalLimit(), 0x7FFFFFFF);
+    EXPECT_EQ(manager.GetPerAddressLimit(), 0x7FFFFFFF);
+    std::vector<CounterToken> tokens(50);
+    for (auto& token : tokens)
+        EXPECT_EQ(Acquire(manager, token, "10.0.0.1"), kAccepted);
+}
+
+TEST(ConnectionCountLimitManagerTest, SlotsLeaveOnlyFromTheEnd) {
+    ConnectionCountLimitManager manager;
+    CounterToken a, b, c;
+    ASSERT_EQ(Acquire(manager, a, "10.0.0.1"), kAccepted);
+    ASSERT_EQ(Acquire(manager, b, "10.0.0.2"), kAccepted);
+    ASSERT_EQ(Acquire(manager, c, "10.0.0.3"), kAccepted);
+    b.Release();
+    EXPECT_EQ(manager.GetSlotCount(), 3u);
+    ASSERT_EQ(Acquire(manager, b, "10.0.0.2"), kAccepted);
+    EXPECT_EQ(b.GetSlot(), 1);  // the empty middle slot is found again by its address
+    b.Release();
+    c.Release();
+    EXPECT_EQ(manager.GetSlotCount(), 1u);
+
+    // A refused new address keeps its slot until a release at the end removes it.
+    manager.SetPerAddressLimit(true, 0);
+    EXPECT_EQ(Acquire(manager, b, "10.0.0.4"), kPerAddress);
+    EXPECT_EQ(manager.GetSlotCount(), 2u);
+    a.Release();
+    manager.Release(7);  // a release too many is absorbed
+    EXPECT_EQ(manager.GetSlotCount(), 0u);
+    EXPECT_EQ(manager.GetTotalCount(), 0);
+}
+
+TEST(ConnectionCountLimitManagerTest, TokenGivesItsPlaceBackWhenDestroyedMovedOverOrAcquired) {
+    ConnectionCountLimitManager manager;
+    manager.SetTotalLimit(true, 1);
+    {
+        CounterToken token;
+        ASSERT_EQ(Acquire(manager, token, "10.0.0.1"), kAccepted);
+        EXPECT_EQ(Acquire(manager, token, "10.0.0.2"), kAccepted);  // its own place is freed first
+        CounterToken moved = std::move(token);
+        EXPECT_EQ(manager.GetTotalCount(), 1);
+    }
+    EXPECT_EQ(manager.GetTotalCount(), 0);
+    EXPECT_EQ(manager.GetSlotCount(), 0u);
+
+    CounterToken held;
+    ASSERT_EQ(Acquire(manager, held, "10.0.0.1"), kAccepted);
+    held = CounterToken();
+    EXPECT_EQ(manager.GetTotalCount(), 0);
+}
+
+TEST(ConnectionCountLimitManagerTest, ConcurrentDownloadsLeaveNoCountsBehind) {
+    ConnectionCountLimitManager manager;
+    manager.SetTotalLimit(true, 6);
+    manager.SetPerAddressLimit(true, 2);
+    std::atomic<int> accepted{0};
+    std::atomic<int> over_limit{0};
+    std::vector<std::thread> threads;
+    for (unsigned thread_index = 0; thread_index < 8; ++thread_index) {
+        threads.emplace_back([&, thread_index] {
+            std::mt19937 random(thread_index);
+            std::vector<CounterToken> held(3);
+            for (int i = 0; i < 3000; ++i) {
+                CounterToken& token = held[random() % held.size()];
+                if (Acquire(manager, token, "10.0.0." + std::to_string(random() % 5)) == kAccepted)
+                    ++accepted;
+                if (manager.GetTotalCount() > 6) ++over_limit;
+                if (random() % 4 == 0) token.Release();
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_GT(accepted.load(), 0);
+    EXPECT_EQ(over_limit.load(), 0);
+    EXPECT_EQ(manager.GetTotalCount(), 0);
+    EXPECT_EQ(manager.GetSlotCount(), 0u);
+}
+
+}  // namespace
+}  // namespace Zarn

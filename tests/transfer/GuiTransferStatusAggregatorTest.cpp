@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <thread>
+
+#include "transfer/GuiTransferStatusAggregator.h"
+
+namespace Zarn {
+namespace {
+
+class GuiTransferStatusAggregatorTest : public ::testing::Test {
+protected:
+    GuiTransferStatusAggregatorTest() {
+        aggregator_.SetTarget([this] { ++notifications_; });
+    }
+
+    // A transfer that has begun moving bytes in `direction`.
+    static void Start(TransferStatusReporter& reporter, int direction) {
+        reporter.SetPosition(direction, 0);
+    }
+
+    // The record's limit as the console sees it.
+    int32_t LimitOf(const TransferStatusReporter& reporter, int direction) {
+        for (const auto& transfer : aggregator_.Snapshot()) {
+            if (transfer.id != reinterpret_cast<uintptr_t>(&reporter)) continue;
+            return direction == kDirectionUpload ? transfer.upload.limit : transfer.download.limit;
+        }
+        ADD_FAILURE() << "transfer not in the snapshot";
+        return 0;
+    }
+
+    uint64_t now_ms_ = 100000;
+    int notifications_ = 0;
+    GuiTransferStatusAggregator aggregator_{[this] { return now_ms_; }};
+};
+
+TEST_F(GuiTransferStatusAggregatorTest, SharesEachTotalEvenlyAmongItsRunningTransfers) {
+    aggregator_.SetTotalLimits(-1, 100);
+    TransferStatusReporter first(aggregator_), second(aggregator_), upload(aggregator_);
+    TransferStatusReporter not_started(aggregator_);
+    Start(first, kDirectionDownload);
+    Start(second, kDirectionDownload);
+    Start(upload, kDirectionUpload);
+    not_started.ReportTransferred(kDirectionDownload, 100);  // has no kind, so not counted
+    EXPECT_EQ(LimitOf(first, kDirectionDownload), 51200);
+    EXPECT_EQ(LimitOf(second, kDirectionDownload), 51200);
+    EXPECT_EQ(LimitOf(not_started, kDirectionDownload), -1);
+    EXPECT_EQ(LimitOf(upload, kDirectionUpload), -1);
+    EXPECT_EQ(LimitOf(first, kDirectionUpload), -1);
+    {
+        TransferStatusReporter third(aggregator_);
+        Start(third, kDirectionDownload);
+        EXPECT_EQ(LimitOf(first, kDirectionDownload), 100 * 1024 / 3);
+        EXPECT_EQ(LimitOf(third, kDirectionDownload), 100 * 1024 / 3);
+    }
+    EXPECT_EQ(LimitOf(first, kDirectionDownload), 51200);
+
+    aggregator_.SetTotalLimits(30, 100);
+    EXPECT_EQ(LimitOf(upload, kDirectionUpload), 30 * 1024);
+    // A download that turns into an upload moves its share to the other total.
+    second.SetPosition(kDirectionUpload, 0);
+    EXPECT_EQ(LimitOf(first, kDirectionDownload), 100 * 1024);
+    EXPECT_EQ(LimitOf(upload, kDirectionUpload), 15 * 1024);
+    EXPECT_EQ(LimitOf(second, kDirectionDownload), -1);
+}
+
+TEST_F(GuiTransferStatusAggregatorTest, OverLimitExactlyWhenTheSpeedExceedsTheLimit) {
+    TransferStatusReporter transfer(aggregator_);
+    Start(transfer, kDirectionDownload);
+    transfer.ReportTransferred(kDirectionDownload, 1 << 30);
+    now_ms_ += 1;
+    EXPECT_FALSE(transfer.IsOverLimit(kDirectionDownload));  // a negative limit never throttles
+
+    aggregator_.SetTotalLimits(-1, 0);
+    now_ms_ += 1;
+    EXPECT_TRUE(transfer.IsOverLimit(kDirectionDownload));
+    EXPECT_FALSE(transfer.IsOverLimit(kDirectionUpload));
+
+    TransferStatusReporter paced(aggregator_);
+    aggregator_.SetTotalLimits(-1, 2);  // 1024 bytes per second for each of the two
+    Start(paced, kDirectionDownload);
+    paced.ReportTransferred(kDirectionDownload, 512);
+    EXPECT_FALSE(paced.IsOverLimit(kDirectionDownload));  // no time has passed: speed 0
+    now_ms_ += 1000;
+    aggregator_.AddTransferred(&paced, kDirectionDownload, 512);
+    EXPECT_EQ(paced.GetSpeed(kDirectionDownload), 1024u);
+    EXPECT_FALSE(paced.IsOverLimit(kDirectionDownload));
+    aggregator_.AddTransferred(&paced, kDirectionDownload, 1);
+    EXPECT_TRUE(paced.IsOverLimit(kDirectionDownload));
+}
+
+TEST_F(GuiTransferStatusAggregatorTest, WriteAllowanceIsAFifthOfTheLimitAndAtLeastOneKiB) {
+    TransferStatusReporter transfer(aggregator_);
+    EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload), 256u * 1024);  // not known yet
+    Start(transfer, kDirectionDownload);
+    EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload), 256u * 1024);
+    const struct {
+        int total_kib_per_s;
+        uint64_t allowance;
+    } cases[] = {{100, 100 * 1024 / 5}, {5, 1024}, {2, 1024}, {0, 1024}, {-1, 256 * 1024}};
+    for (const auto& c : cases) {
+        aggregator_.SetTotalLimits(-1, c.total_kib_per_s);
+        EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload), c.allowance)
+            << c.total_kib_per_s << " KiB/s";
+    }
+}
+
+TEST_F(GuiTransferStatusAggregatorTest, NotifiesOncePerHalfSecondUnlessTheKindChanges) {
+    TransferStatusReporter transfer(aggregator_);
+    transfer.SetPosition(kDirectionDownload, 1);
+    EXPECT_EQ(notifications_, 1);  // a new transfer shows at once
+    now_ms_ += 500;
+    transfer.SetPosition(kDirectionDownload, 2);
+    transfer.SetTotalSize(kDirectionDownload, 10);
+    EXPECT_EQ(notifications_, 1);
+    transfer.SetPosition(kDirectionUpload, 3);
+    EXPECT_EQ(notifications_, 2);
+    now_ms_ += 501;
+    transfer.SetTotalSize(kDirectionUpload, 10);
+    EXPECT_EQ(notifications_, 3);
+    {
+        TransferStatusReporter other(aggregator_);
+        other.SetTotalSize(kDirectionDownload, 5);  // its own throttle
+        EXPECT_EQ(notifications_, 4);
+    }
+    EXPECT_EQ(notifications_, 5);  // and its end
+    EXPECT_EQ(aggregator_.GetPosition(&transfer, kDirectionUpload), 3u);
+    EXPECT_EQ(aggregator_.GetTotalSize(&transfer, kDirectionDownload), 10u);
+}
+
+// The console's callback may wait for its own thread, which reads the aggregator.
+TEST_F(GuiTransferStatusAggregatorTest, NotifiesWithoutHoldingItsLock) {
+    TransferStatusReporter transfer(aggregator_);
+    std::promise<void> read;
+    bool read_during_notification = false;
+    std::thread console;
+    aggregator_.SetTarget([&] {
+        console = std::thread([&] {
+            (void)aggregator_.Snapshot();
+            read.set_value();
+        });
+        auto status = read.get_future().wait_for(std::chrono::seconds(5));
+        read_during_notification = status == std::future_status::ready;
+    });
+    transfer.SetPosition(kDirectionDownload, 1);
+    console.join();
+    aggregator_.SetTarget({});
+    EXPECT_TRUE(read_during_notification);
+}
+
+TEST_F(GuiTransferStatusAggregatorTest, KickedTransferEndsAtItsNextReport) {
+    TransferStatusReporter transfer(aggregator_);
+    EXPECT_FALSE(aggregator_.Kick(&transfer));  // not known until it reports
+    transfer.ReportTransferred(kDirectionDownload, 10);
+    EXPECT_TRUE(aggregator_.Kick(&transfer));
+    transfer.SetPosition(kDirectionDownload, 10);  // figures may still be set
+    try {
+        transfer.ReportTransferred(kDirectionDownload, 10);
+        ADD_FAILURE() << "a kicked transfer went on";
+    } catch (const TransferKickedException& kicked) {
+        EXPECT_STREQ(kicked.what(), "Connection was kicked.");
+    }
+    now_ms_ += 100;
+    // The refused chunk is not counted.
+    EXPECT_EQ(transfer.GetSpeed(kDirectionDownload), 10u * 1000 / 100);
+}
+
+TEST_F(GuiTransferStatusAggregatorTest, SnapshotListsRunningTransfersInStartOrder) {
+    auto first = std::make_unique<TransferStatusReporter>(aggregator_);
+    TransferStatusReporter second(aggregator_);
+    second.SetTarget("/share/b.iso");
+    second.SetClientAddress("10.0.0.2");
+    second.SetUserName("bob");
+    second.SetTotalSize(kDirectionUpload, 4000);
+    second.SetPosition(kDirectionUpload, 1000);
+    second.ReportTransferred(kDirectionUpload, 1000);
+    first->ReportTransferred(kDirectionDownload, 5);
+    now_ms_ += 500;
+    second.ReportTransferred(kDirectionUpload, 1000);
+
+    auto transfers = aggregator_.Snapshot();
+    ASSERT_EQ(transfers.size(), 2u);
+    EXPECT_EQ(transfers[0].id, reinterpret_cast<uintptr_t>(&second));
+    const TransferDescription& description = transfers[0].description;
+    EXPECT_EQ(description.target + " " + description.client_address + " " + description.user_name,
+              "/share/b.iso 10.0.0.2 bob");
+    EXPECT_EQ(transfers[0].kind, kDirectionUpload);
+    EXPECT_EQ(transfers[0].upload.total_size, 4000u);
+    EXPECT_EQ(transfers[0].upload.position, 1000u);
+    EXPECT_EQ(transfers[0].upload.speed, 2000u * 1000 / 500);
+    EXPECT_EQ(transfers[0].download.speed, 0u);
+    EXPECT_EQ(transfers[1].id, reinterpret_cast<uintptr_t>(first.get()));
+    EXPECT_FALSE(transfers[1].kind.has_value());
+
+    first.reset();
+    // Questions about a transfer that has ended answer as for one that never moved.
+    TransferStatusReporter* gone = reinterpret_cast<TransferStatusReporter*>(transfers[1].id);
+    EXPECT_EQ(aggregator_.GetSpeed(gone, kDirectionDownload), 0u);
+    EXPECT_FALSE(aggregator_.IsOverLimit(gone, kDirectionDownload));
+    EXPECT_FALSE(aggregator_.Kick(gone));
+    EXPECT_EQ(aggregator_.Snapshot().size(), 1u);
+}
+
+}  // namespace
+}  // namespace Zarn
