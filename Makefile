@@ -12,8 +12,17 @@ all: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target lumidrop
 
+# A home folder inside the build tree; the sample folder is shared as "demo" the first time.
+RUN_HOME := $(BUILD_DIR)/run-home
+RUN_PORT ?= 8080
+
 run: all
-	./$(BUILD_DIR)/lumidrop $(ARGS)
+	@if [ -f $(RUN_HOME)/mount.ini ]; then \
+	    ./$(BUILD_DIR)/lumidrop --home $(RUN_HOME) --port $(RUN_PORT) $(ARGS); \
+	else \
+	    ./$(BUILD_DIR)/lumidrop --home $(RUN_HOME) --port $(RUN_PORT) \
+	        --mount demo=$(CURDIR)/res/demo $(ARGS); \
+	fi
 
 test: deps-test test-plain test-sanitize
 

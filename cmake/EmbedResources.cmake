@@ -1,21 +1,25 @@
-# Writes a C++ source that holds the files given in RESOURCE_FILES (paths relative to
-# RESOURCE_ROOT) as byte arrays, found at run time by their relative path.
-# Run as: cmake -DRESOURCE_ROOT=... -DRESOURCE_FILES="a;b" -DOUTPUT=... -P EmbedResources.cmake
+# Writes a C++ source that holds files as byte arrays, found at run time by name.
+# RESOURCES is a list of "name=absolute path" pairs.
+# Run as: cmake "-DRESOURCES=a=/x/a;b=/x/b" -DOUTPUT=... -P EmbedResources.cmake
 
 set(body "")
 set(table "")
 set(index 0)
-foreach(relative IN LISTS RESOURCE_FILES)
-    file(READ "${RESOURCE_ROOT}/${relative}" hex HEX)
+foreach(pair IN LISTS RESOURCES)
+    string(FIND "${pair}" "=" split)
+    string(SUBSTRING "${pair}" 0 ${split} name)
+    math(EXPR path_start "${split} + 1")
+    string(SUBSTRING "${pair}" ${path_start} -1 path)
+    file(READ "${path}" hex HEX)
     string(LENGTH "${hex}" hex_length)
     math(EXPR size "${hex_length} / 2")
     string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${hex}")
     string(APPEND body "alignas(8) const unsigned char kData${index}[] = {${bytes}0x00};\n")
-    string(APPEND table "    {\"${relative}\", kData${index}, ${size}},\n")
+    string(APPEND table "    {\"${name}\", kData${index}, ${size}},\n")
     math(EXPR index "${index} + 1")
 endforeach()
 
-file(WRITE "${OUTPUT}.new" "// Generated from res/ at build time; do not edit.
+file(WRITE "${OUTPUT}.new" "// Generated at build time; do not edit.
 #include \"core/EmbeddedResources.h\"
 
 namespace Zarn {

@@ -1,77 +1,151 @@
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "config/HomeFolder.h"
 #include "config/KorvelConfig.h"
 #include "core/PathUtil.h"
+#include "core/TekoFile.h"
 #include "core/UrlCodec.h"
 #include "core/Version.h"
 #include "i18n/LocalizationStringTable.h"
 #include "log/Log.h"
 #include "log/LogQueue.h"
 #include "log/LogWriter.h"
+#include "net/Networking.h"
+#include "net/SocketError.h"
+#include "server/KorvelServer.h"
+#include "skin/SkinManager.h"
+#include "ui/CommandLine.h"
+#include "ui/SingleInstanceLock.h"
 
 namespace {
 
-void PrintHelp() {
-    std::printf(
-        "Usage: lumidrop [--home DIR] [--version] [--help]\n"
-        "\n"
-        "Korvel Lumidrop shares folders and files of this machine over HTTP.\n"
-        "\n"
-        "  --home DIR  keep settings, language files and logs in DIR\n"
-        "              (default: ~/.config/lumidrop)\n"
-        "  --version   print the version and exit\n"
-        "  --help      print this help and exit\n");
+using namespace Zarn;
+
+// A new home folder speaks the owner's language: Korean for a Korean locale (the
+// program's own texts), English otherwise.
+std::string LanguageFromLocale() {
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(variable);
+        if (value == nullptr || *value == '\0') continue;
+        return std::strncmp(value, "ko", 2) == 0 ? "" : "English.wul";
+    }
+    return "English.wul";
 }
 
-struct Options {
-    std::optional<std::string> home;
-};
-
-// Returns the exit code when the program should end at once.
-std::optional<int> ParseArguments(int argc, char** argv, Options& options) {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--version") == 0) {
-            std::printf("%s %s (revision %d)\n", Zarn::kProductName, Zarn::kVersionText,
-                        Zarn::kRevision);
-            return 0;
-        }
-        if (std::strcmp(argv[i], "--help") == 0) {
-            PrintHelp();
-            return 0;
-        }
-        if (std::strcmp(argv[i], "--home") == 0 && i + 1 < argc) {
-            options.home = argv[++i];
-            continue;
-        }
-        std::fprintf(stderr, "lumidrop: unknown or incomplete option '%s' (try --help)\n", argv[i]);
-        return 2;
+// The address shown to the owner: the machine's first network address, else loopback.
+std::string DisplayAddress() {
+    std::vector<std::string> addresses;
+    GetHostAddresses(addresses);
+    for (const std::string& address : addresses) {
+        if (!address.starts_with("127.")) return address;
     }
-    return std::nullopt;
+    return "127.0.0.1";
+}
+
+bool AddCommandLineMounts(const CommandLine& line, MountManager& mounts) {
+    for (const auto& [name, path] : line.mounts) {
+        struct stat info {};
+        std::string local = MakeAbsolutePath(path);
+        if (::stat(local.c_str(), &info) != 0) {
+            std::fprintf(stderr, "lumidrop: cannot mount %s: %s does not exist\n", name.c_str(),
+                         local.c_str());
+            return false;
+        }
+        Mount mount{.name = name, .local_path = local, .is_folder = S_ISDIR(info.st_mode)};
+        bool saved =
+            mounts.GetMount(name) ? mounts.ModifyMount(name, mount) : mounts.AddMount(mount);
+        if (!saved) std::fprintf(stderr, "lumidrop: the mount %s was not saved\n", name.c_str());
+    }
+    return true;
+}
+
+int Serve(const CommandLine& line) {
+    std::string home = HomeFolder::Resolve(line.home);
+    std::string settings_path = JoinPath(home, KorvelConfig::kFileName);
+    bool fresh = TekoFile::GetFileSize(settings_path) == TekoFile::kInvalidSize;
+    KorvelConfig config(settings_path);
+    if (fresh) {
+        config.uiLanguageFile = LanguageFromLocale();
+        (void)config.Save();
+    }
+    SingleInstanceLock instance;
+    if (config.singleInstance && !instance.Acquire(home)) {
+        std::fprintf(stderr,
+                     "lumidrop: Korvel Lumidrop is already running with the home folder %s\n",
+                     home.c_str());
+        return 1;
+    }
+
+    LogQueue log_queue;
+    LogWriter log_writer(
+        {.home = home, .queue = &log_queue, .write_file = [&config] { return config.writeLog; }});
+    log_writer.Install();
+    SetLogMask(kDefaultLogMask);
+    SetDefaultUrlCodepage(config.defaultUrlCodepage);
+    LocalizationStringTable::InstallShippedLanguages(home);
+    LocalizationStringTable::Instance().LoadLanguage(home, config.uiLanguageFile);
+    SkinManager::Instance().LoadAll(home, config.defaultSkin);
+
+    // Every thread started from here on inherits the blocked signals; only sigwait below
+    // receives them.
+    sigset_t stop_signals;
+    sigemptyset(&stop_signals);
+    sigaddset(&stop_signals, SIGINT);
+    sigaddset(&stop_signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+
+    KorvelServer server(config, SkinManager::Instance(), home);
+    if (server.GetMounts().HadLoadProblems()) {
+        std::fprintf(stderr, "lumidrop: some mounts in %s could not be read and were skipped\n",
+                     settings_path.c_str());
+    }
+    if (!AddCommandLineMounts(line, server.GetMounts())) return 2;
+    int port = line.port.value_or(config.port);
+    if (!server.Start(port)) {
+        int code = LastSocketError();
+        std::fprintf(stderr, "lumidrop: cannot listen on port %d: %s%s\n", port, ErrorText(code),
+                     code == 10013 || code == 10048 ? " (choose another port with --port N)" : "");
+        return 1;
+    }
+    std::printf("%s listening on http://%s:%d/\n", kProductName, DisplayAddress().c_str(),
+                server.GetPort());
+    std::fflush(stdout);
+
+    int received = 0;
+    sigwait(&stop_signals, &received);
+    server.Stop();
+    CriticalSectionLock hold(config.GetLock());
+    config.wasRunning = true;
+    (void)config.Save();
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    if (std::optional<int> exit_code = ParseArguments(argc, argv, options)) return *exit_code;
-
-    std::string home = Zarn::HomeFolder::Resolve(options.home);
-    Zarn::KorvelConfig config(Zarn::JoinPath(home, Zarn::KorvelConfig::kFileName));
-    Zarn::LogQueue log_queue;
-    Zarn::LogWriter log_writer(
-        {.home = home, .queue = &log_queue, .write_file = [&config] { return config.writeLog; }});
-    log_writer.Install();
-    Zarn::SetLogMask(Zarn::kDefaultLogMask);
-    Zarn::SetDefaultUrlCodepage(config.defaultUrlCodepage);
-
-    Zarn::LocalizationStringTable::InstallShippedLanguages(home);
-    Zarn::LocalizationStringTable::Instance().LoadLanguage(home, config.uiLanguageFile);
-
-    std::printf("%s %s: home folder %s; the server itself is not built yet.\n", Zarn::kProductName,
-                Zarn::kVersionText, home.c_str());
-    return 0;
+    std::string error;
+    std::optional<Zarn::CommandLine> line =
+        Zarn::CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc), error);
+    if (!line) {
+        std::fprintf(stderr, "lumidrop: %s (try --help)\n", error.c_str());
+        return 2;
+    }
+    if (line->show_help) {
+        std::fputs(Zarn::CommandLine::HelpText().c_str(), stdout);
+        return 0;
+    }
+    if (line->show_version) {
+        std::printf("%s %s (revision %d)\n", Zarn::kProductName, Zarn::kVersionText,
+                    Zarn::kRevision);
+        return 0;
+    }
+    return Serve(*line);
 }

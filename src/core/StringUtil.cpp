@@ -47,6 +47,17 @@ size_t FindIgnoringCase(std::string_view text, std::string_view what) {
     return std::string_view::npos;
 }
 
+std::string Concat(std::initializer_list<std::string_view> parts) {
+    size_t size = 0;
+    for (std::string_view part : parts)
+        size += part.size();
+    std::string joined;
+    joined.reserve(size);
+    for (std::string_view part : parts)
+        joined += part;
+    return joined;
+}
+
 std::vector<std::string_view> Split(std::string_view text, char separator) {
     std::vector<std::string_view> pieces;
     for (;;) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,10 @@ inline constexpr std::string_view kBlankChars = "\r\n\t ";
 [[nodiscard]] std::string ToLowerAscii(std::string_view text);
 // Case-insensitive (ASCII) search; npos when absent.
 [[nodiscard]] size_t FindIgnoringCase(std::string_view text, std::string_view what);
+
+// The texts one after another. (Also sidesteps a false -Wrestrict warning of GCC 12 on
+// literal + std::string.)
+[[nodiscard]] std::string Concat(std::initializer_list<std::string_view> parts);
 
 // The pieces between every occurrence of the separator ("a||b" gives "a", "", "b").
 [[nodiscard]] std::vector<std::string_view> Split(std::string_view text, char separator);

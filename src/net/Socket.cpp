@@ -9,38 +9,40 @@
 namespace Zarn {
 
 Socket::~Socket() {
-    if (IsValid()) ::close(handle_);
+    if (IsValid()) ::close(GetHandle());
 }
 
 int Socket::Close() {
-    if (!IsValid()) return kInvalidHandle;
-    int result = ::close(std::exchange(handle_, kInvalidHandle));
+    Handle handle = handle_.exchange(kInvalidHandle);
+    if (handle == kInvalidHandle) return kInvalidHandle;
+    int result = ::close(handle);
     if (result != 0) RecordSocketErrno();
     return result;
 }
 
 void Socket::Attach(Handle handle) {
-    if (IsValid() && handle != handle_) ::close(handle_);
-    handle_ = handle;
+    Handle previous = handle_.exchange(handle);
+    if (previous != kInvalidHandle && previous != handle) ::close(previous);
 }
 
 void Socket::SetNonBlocking() {
-    int flags = ::fcntl(handle_, F_GETFL);
-    if (flags < 0 || ::fcntl(handle_, F_SETFL, flags | O_NONBLOCK) != 0) RecordSocketErrno();
+    int flags = ::fcntl(GetHandle(), F_GETFL);
+    if (flags < 0 || ::fcntl(GetHandle(), F_SETFL, flags | O_NONBLOCK) != 0) RecordSocketErrno();
 }
 
 void Socket::Shutdown() {
-    if (IsValid()) ::shutdown(handle_, SHUT_RDWR);
+    Handle handle = GetHandle();
+    if (handle != kInvalidHandle) ::shutdown(handle, SHUT_RDWR);
 }
 
 ssize_t Socket::RawSend(const void* buffer, size_t length, int flags) {
-    ssize_t result = ::send(handle_, buffer, length, flags | MSG_NOSIGNAL);
+    ssize_t result = ::send(GetHandle(), buffer, length, flags | MSG_NOSIGNAL);
     if (result < 0) RecordSocketErrno();
     return result;
 }
 
 ssize_t Socket::RawReceive(void* buffer, size_t length, int flags) {
-    ssize_t result = ::recv(handle_, buffer, length, flags);
+    ssize_t result = ::recv(GetHandle(), buffer, length, flags);
     if (result < 0) RecordSocketErrno();
     return result;
 }

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <utility>
 
 namespace Zarn {
@@ -27,9 +28,9 @@ public:
     // Takes over a handle (closing the one held before).
     void Attach(Handle handle);
     // Gives the handle up without closing it.
-    [[nodiscard]] Handle Detach() { return std::exchange(handle_, kInvalidHandle); }
-    [[nodiscard]] Handle GetHandle() const { return handle_; }
-    [[nodiscard]] bool IsValid() const { return handle_ != kInvalidHandle; }
+    [[nodiscard]] Handle Detach() { return handle_.exchange(kInvalidHandle); }
+    [[nodiscard]] Handle GetHandle() const { return handle_.load(); }
+    [[nodiscard]] bool IsValid() const { return GetHandle() != kInvalidHandle; }
 
     void SetNonBlocking();
     // Ends blocked receives and sends on this socket in every thread, without releasing
@@ -48,7 +49,8 @@ protected:
     }
 
 private:
-    Handle handle_ = kInvalidHandle;
+    // Atomic because another thread may close the socket while its owner is in a call.
+    std::atomic<Handle> handle_{kInvalidHandle};
 };
 
 }  // namespace Zarn

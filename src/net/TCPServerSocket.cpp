@@ -73,6 +73,9 @@ int TCPServerSocket::Close() {
         if (queued < 0) break;
         ::close(queued);
     }
+    // close(2) alone does not wake an accept() blocked in another thread: that call keeps
+    // the socket alive, listening on the port, until a client happens to connect.
+    Shutdown();
     return Socket::Close();
 }
 

@@ -1,0 +1,62 @@
+#include "server/DownloadRequestProcessor.h"
+
+#include <stdexcept>
+
+#include "core/TekoFile.h"
+#include "http/HttpRequest.h"
+#include "i18n/Translate.h"
+#include "log/Log.h"
+#include "share/MimeTypeTable.h"
+
+namespace Zarn {
+namespace {
+
+// The text after the last ".", when no "/" follows it.
+std::string_view ExtensionOf(std::string_view path) {
+    size_t dot = path.rfind('.');
+    if (dot == std::string_view::npos || path.find('/', dot) != std::string_view::npos) return {};
+    return path.substr(dot + 1);
+}
+
+}  // namespace
+
+DownloadRequestProcessor::DownloadRequestProcessor(std::string local_path, bool ranged,
+                                                   ByteRangeSet ranges)
+    : local_path_(std::move(local_path)), ranged_(ranged), ranges_(std::move(ranges)) {}
+
+void DownloadRequestProcessor::SendFile(HttpRequest& request) {
+    LogTranslated(kLogProgress, "SendFile 시작");
+    try {
+        Send(request);
+        LogTranslated(kLogProgress, "SendFile 성공");
+    } catch (const std::exception& error) {
+        LogTranslated(kLogConnection, "SendFile 실패: (%s)", error.what());
+    }
+}
+
+void DownloadRequestProcessor::Send(HttpRequest& request) {
+    TekoFile file;
+    if (!file.Open(local_path_, TekoFile::kModeRead)) throw std::runtime_error("Cannot open file");
+    uint64_t size = file.GetSize();
+    uint64_t start = 0;
+    uint64_t length = size;
+    if (ranged_ && !ranges_.GetRanges().empty()) {
+        const ByteRangeSet::Range& range = ranges_.GetRanges().front();
+        start = range.first;
+        length = range.last - range.first + 1;
+        request.BeginResponse(206, "Partial Content");
+        request.SendHeader("Content-range", ranges_.ContentRangeValue());
+    } else {
+        request.BeginResponse(200, "OK");
+    }
+    // Progress shows as a part of the whole file, also for a range.
+    TransferStatusReporter& status = request.GetTransferStatus();
+    status.SetTotalSize(kDirectionDownload, size);
+    status.SetPosition(kDirectionDownload, start);
+    request.SendHeader("Content-Length", std::to_string(length));
+    request.SendHeader("Content-Type", MimeTypeTable::Instance().Lookup(ExtensionOf(local_path_)));
+    request.SendFileBody(file.GetHandle(), start, length);
+    request.EndResponse();
+}
+
+}  // namespace Zarn

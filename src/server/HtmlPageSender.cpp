@@ -1,0 +1,117 @@
+#include "server/HtmlPageSender.h"
+
+#include "core/UrlCodec.h"
+#include "core/Version.h"
+#include "http/HttpRequest.h"
+#include "i18n/Translate.h"
+#include "server/TextFormat.h"
+#include "skin/SkinManager.h"
+
+namespace Zarn {
+namespace {
+
+// Used only when no skin at all could be loaded (the built-in one damaged): the page
+// still says what happened.
+constexpr std::string_view kFallbackPage =
+    "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>$title</title></head>"
+    "<body><h1>$title</h1><p>$content</p></body></html>";
+
+}  // namespace
+
+void HtmlPageSender::Write(const char* bytes, size_t length) {
+    buffer_.append(bytes, length);
+    if (buffer_.size() >= kBufferBytes) FlushBuffer();
+}
+
+void HtmlPageSender::FlushBuffer() {
+    if (buffer_.empty()) return;
+    request_.Send(buffer_.data(), buffer_.size());
+    buffer_.clear();
+}
+
+void HtmlPageSender::SendMessagePage(const std::string& title, const std::string& content,
+                                     bool hide_back_button) {
+    request_.BeginResponse(200, "OK");
+    TextContent page;
+    page.SetScalar("$title", title);
+    page.SetScalar("$content", content);
+    if (hide_back_button) page.SetScalar("$content_hide_back_button", "1");
+    Render(page);
+}
+
+void HtmlPageSender::SendMessagePageWithAddress(const std::string& title,
+                                                const std::string& address,
+                                                const std::string& content) {
+    request_.BeginResponse(200, "OK");
+    TextContent page;
+    if (!title.empty()) page.SetScalar("$title", title);
+    if (!address.empty()) page.SetScalar("$address", address);
+    page.SetScalar("$content", content);
+    Render(page);
+}
+
+void HtmlPageSender::SendErrorPage(int code, const std::string& reason,
+                                   const std::string& content) {
+    request_.BeginResponse(code, HeaderSafe(reason).c_str());
+    TextContent page;
+    page.SetScalar("$title", std::to_string(code) + " " + HtmlEscape(reason));
+    page.SetScalar("$content", content);
+    Render(page);
+}
+
+void HtmlPageSender::SendLoginRefused() {
+    SendUnauthorized("401 Unauthorized", Translate("로그인하지 못했습니다."));
+}
+
+void HtmlPageSender::SendLogoutPage() {
+    SendUnauthorized("Logout", Translate("로그아웃했습니다."));
+}
+
+void HtmlPageSender::SendUnauthorized(const std::string& title, const std::string& content) {
+    request_.BeginResponse(401, "Unauthorized");
+    request_.SendHeader("WWW-Authenticate",
+                        HttpRequest::AuthenticateValue(AuthenticationInfo::Scheme::kBasic, "/"));
+    TextContent page;
+    page.SetScalar("$title", title);
+    page.SetScalar("$content", content);
+    Render(page);
+}
+
+void HtmlPageSender::SendRedirect(const std::string& target) {
+    request_.BeginResponse(301, "Moved Permanently");
+    request_.SendHeader("Location", UrlEncode(target));
+    request_.EndResponse();
+}
+
+void HtmlPageSender::Render(TextContent& content) {
+    std::string skin_name;
+    if (!request_.GetQueryParameter("skin", skin_name) && context_.skins != nullptr) {
+        skin_name = context_.skins->GetSelectedName();
+    }
+    std::shared_ptr<const Skin> skin;
+    if (context_.skins != nullptr) {
+        skin = context_.skins->Find(skin_name);
+        if (!skin) skin = context_.skins->GetSelected();
+    }
+    const std::string& path = request_.GetPath();
+    content.SetScalar("$skin", HtmlEscape(skin_name));
+    content.SetScalar("$version", kVersionText);
+    content.SetScalar("$revision", std::to_string(kRevision));
+    content.SetScalar("$server_addr", HtmlEscape(request_.GetServerAddress()));
+    content.SetScalar("$server_port", std::to_string(context_.server_port));
+    content.SetScalar("$server_path", HtmlEscape(path));
+    content.SetScalar("$server_path_encoded", UrlEncode(path));
+    content.SetScalar("$current_login_id", HtmlEscape(request_.GetUserName()));
+    request_.SendHeader("Content-Type", skin ? skin->GetMimeType() : "text/html");
+    if (skin) {
+        skin->GetPage().Write(content, *this);
+    } else {
+        TextTemplate fallback;
+        fallback.Parse(kFallbackPage);
+        fallback.Write(content, *this);
+    }
+    FlushBuffer();
+    request_.EndResponse();
+}
+
+}  // namespace Zarn

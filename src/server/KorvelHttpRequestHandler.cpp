@@ -1,0 +1,188 @@
+#include "server/KorvelHttpRequestHandler.h"
+
+#include "config/KorvelConfig.h"
+#include "core/FileAttributes.h"
+#include "core/StringUtil.h"
+#include "core/TekoFile.h"
+#include "http/ByteRangeSet.h"
+#include "http/HttpRequest.h"
+#include "i18n/Translate.h"
+#include "log/Log.h"
+#include "net/socket_exception.h"
+#include "server/DownloadRequestProcessor.h"
+#include "server/IdentificationRequestProcessor.h"
+#include "server/ListRequestProcessor.h"
+#include "server/RequestPath.h"
+#include "server/SystemRequestProcessor.h"
+#include "server/TextFormat.h"
+#include "share/AccountManager.h"
+#include "share/IpFilter.h"
+#include "share/MountManager.h"
+#include "skin/SkinManager.h"
+#include "transfer/ConnectionCountLimitManager.h"
+
+namespace Zarn {
+namespace {
+
+std::string QueryValue(const HttpRequest& request, const std::string& name) {
+    std::string value;
+    (void)request.GetQueryParameter(name, value);
+    return value;
+}
+
+bool IsSystemFile(const std::string& path, const MountManager& mounts) {
+    return (path == "robots.txt" || path == "favicon.ico") && !mounts.GetMount(path);
+}
+
+void SendNotYetAvailable(HtmlPageSender& pages) {
+    pages.SendErrorPage(501, "Not Implemented", Translate("아직 지원하지 않는 기능입니다."));
+}
+
+}  // namespace
+
+HtmlPageSender::Context KorvelHttpRequestHandler::PageContext() const {
+    return {.skins = services_.skins, .server_port = services_.port()};
+}
+
+void KorvelHttpRequestHandler::HandleRequest(HttpRequest& request) {
+    try {
+        if (!services_.config->skinDevelopersMode) return Dispatch(request);
+        // Skin authors see their edits at once: every request reloads every skin, and
+        // such requests are served one at a time.
+        CriticalSectionLock hold(SkinManager::DevelopersModeLock());
+        services_.skins->LoadAll(services_.home, services_.config->defaultSkin);
+        Dispatch(request);
+    } catch (const socket_exception&) {
+        throw;
+    } catch (const std::exception& error) {
+        request.Log(kLogError, "Exception: %s", error.what());
+        if (request.IsResponseBegun()) throw;
+        HtmlPageSender(request, PageContext())
+            .SendErrorPage(500, "Internal Server Error", HtmlEscape(error.what()));
+    }
+}
+
+void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
+    HtmlPageSender pages(request, PageContext());
+    const std::string& path = request.GetPath();
+    std::string action = QueryValue(request, "action");
+    size_t query_count = request.GetQueryParameters().size();
+
+    if (request.GetMethod() == HttpMethod::kOther || path.find('\0') != std::string::npos) {
+        return pages.SendErrorPage(400, "Bad Request", Translate("잘못된 요청입니다."));
+    }
+    if (!IsValidRequestPath(path))
+        return pages.SendRedirect(Concat({"/", NormalizeRequestPath(path)}));
+    if (request.GetMethod() == HttpMethod::kGet && path.empty() && query_count == 1 &&
+        action == "identify") {
+        return IdentificationRequestProcessor().Identify(request);
+    }
+    if (IsSystemFile(path, *services_.mounts))
+        return SystemRequestProcessor().SendSystemFile(request);
+    if (action == "SkinFile" && query_count == 1) {
+        return SystemRequestProcessor().SendSkinFile(request);
+    }
+    if (action == "PluginResource") {
+        return pages.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+    }
+    if (!services_.ip_filter->IsAdmitted(request.GetClientAddress())) {
+        return pages.SendErrorPage(403, "Forbidden",
+                                   Translate("이 주소에서는 접근할 수 없습니다."));
+    }
+    if (action == "UploadStatus" && query_count == 2) return SendNotYetAvailable(pages);
+
+    const AuthenticationInfo* credentials = request.GetAuthenticationInfo();
+    std::string user = request.GetUserName();
+    if (!services_.accounts->CheckPassword(user, credentials ? credentials->password : "")) {
+        return pages.SendLoginRefused();
+    }
+    if (action == "Login" && user.empty()) return pages.SendLoginRefused();
+    if (action == "Logout") return pages.SendLogoutPage();
+
+    std::string selected;
+    if ((request.GetFormParameter("selectedFiles", selected) ||
+         request.GetQueryParameter("selectedFiles", selected)) &&
+        !IsValidRequestPath(selected)) {
+        return pages.SendRedirect(Concat({"/", NormalizeRequestPath(path)}));
+    }
+    DispatchMounted(request, pages, user.empty() ? AccountManager::kAnonymous : user);
+}
+
+void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSender& pages,
+                                               const std::string& user) {
+    const std::string& path = request.GetPath();
+    std::string action = QueryValue(request, "action");
+    ListRequestProcessor::Options listing{
+        .config = services_.config, .mounts = services_.mounts, .page = PageContext()};
+    if (path.empty()) {
+        if (!services_.config->canRootAccess) {
+            return pages.SendErrorPage(403, "Forbidden",
+                                       Translate("루트 폴더에 접근할 수 없습니다."));
+        }
+        return ListRequestProcessor(std::move(listing)).SendList(request);
+    }
+    std::string mount(MountNameOf(path));
+    if (!services_.mounts->GetMount(mount)) {
+        return pages.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+    }
+    std::optional<uint32_t> rights = services_.accounts->GetRights(user, mount);
+    if (!rights) return pages.SendLoginRefused();
+    std::string local_path = services_.mounts->Resolve(path);
+    size_t query_count = request.GetQueryParameters().size();
+
+    if ((action == "Subdir" && query_count == 1) || action == "Plugin") {
+        if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
+        return SendNotYetAvailable(pages);
+    }
+    if ((request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) ||
+        action == "MakeDirectory") {
+        if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
+        return SendNotYetAvailable(pages);
+    }
+    uint32_t attributes = local_path.empty() ? kInvalidAttributes : GetFileAttributes(local_path);
+    if ((attributes & kAttributeOffline) != 0) {
+        return pages.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+    }
+    if ((attributes & kAttributeDirectory) != 0) {
+        if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
+        listing.rights = *rights;
+        listing.local_path = local_path;
+        return ListRequestProcessor(std::move(listing)).SendList(request);
+    }
+    if ((*rights & kRightDownload) == 0) return pages.SendLoginRefused();
+    ServeFile(request, pages, local_path);
+}
+
+void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& pages,
+                                         const std::string& local_path) {
+    TekoFile file;
+    if (!file.Open(local_path, TekoFile::kModeRead)) {
+        return pages.SendErrorPage(500, "Internal Server Error",
+                                   Translate("파일을 열지 못했습니다."));
+    }
+    ByteRangeSet ranges;
+    std::string range_header;
+    bool ranged = request.GetHeader("RANGE", range_header) && ranges.Parse(range_header);
+    if (ranged && !ranges.Resolve(file.GetSize())) {
+        return pages.SendErrorPage(416, "Requested Range Not Satisfiable",
+                                   Translate("요청한 범위가 파일에 없습니다."));
+    }
+    if (ranged && ranges.GetRanges().size() > 1) {
+        return pages.SendErrorPage(501, "Not Implemented",
+                                   Translate("여러 범위는 지원하지 않습니다."));
+    }
+    file.Close();
+    CounterToken token;
+    try {
+        services_.limits->Acquire(token, request.GetClientAddress());
+    } catch (const ConnectionCountLimitException& refusal) {
+        bool total = refusal.GetLimit() == ConnectionCountLimitException::kTotalLimit;
+        return pages.SendErrorPage(
+            503, "Service Unavailable",
+            total ? Translate("동시 다운로드 수가 한도에 이르렀습니다.")
+                  : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
+    }
+    DownloadRequestProcessor(local_path, ranged, std::move(ranges)).SendFile(request);
+}
+
+}  // namespace Zarn

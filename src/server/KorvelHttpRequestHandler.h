@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "http/HttpRequestHandler.h"
+#include "server/HtmlPageSender.h"
+
+namespace Zarn {
+
+class AccountManager;
+class ConnectionCountLimitManager;
+class IpFilter;
+class KorvelConfig;
+class MountManager;
+class SkinManager;
+
+// The single entry point of every parsed request: validates the path, applies the IP
+// filter and the account check, picks the one processor that serves the request, and
+// lets it write the whole response. Shared by every connection thread; holds no state of
+// its own per request.
+class KorvelHttpRequestHandler : public HttpRequestHandler {
+public:
+    struct Services {
+        KorvelConfig* config = nullptr;
+        MountManager* mounts = nullptr;
+        AccountManager* accounts = nullptr;
+        IpFilter* ip_filter = nullptr;
+        SkinManager* skins = nullptr;
+        ConnectionCountLimitManager* limits = nullptr;
+        std::string home{};  // for reloading skins in skin developers mode
+        // The listening port, for the pages' "$server_port".
+        std::function<int()> port = [] { return -1; };
+    };
+
+    explicit KorvelHttpRequestHandler(Services services) : services_(std::move(services)) {}
+
+    void HandleRequest(HttpRequest& request) override;
+
+private:
+    void Dispatch(HttpRequest& request);
+    // The branches that need a mount, after the account check.
+    void DispatchMounted(HttpRequest& request, HtmlPageSender& pages, const std::string& user);
+    void ServeFile(HttpRequest& request, HtmlPageSender& pages, const std::string& local_path);
+    [[nodiscard]] HtmlPageSender::Context PageContext() const;
+
+    Services services_;
+};
+
+}  // namespace Zarn

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "http/WebServer.h"
+#include "server/KorvelHttpRequestHandler.h"
+#include "share/AccountManager.h"
+#include "share/IpFilter.h"
+#include "share/MountManager.h"
+#include "transfer/ConnectionCountLimitManager.h"
+#include "transfer/GuiTransferStatusAggregator.h"
+
+namespace Zarn {
+
+class KorvelConfig;
+class SkinManager;
+
+// The application side of the HTTP server: owns the web server, the one request handler,
+// the transfer status aggregator, the download limits and the sharing model built from
+// the settings. Started, re-ported and stopped by the program's main thread.
+class KorvelServer {
+public:
+    // The settings and the skins must outlive the server.
+    KorvelServer(KorvelConfig& config, SkinManager& skins, std::string home);
+    ~KorvelServer();
+
+    // Listens on the port (0: any free port). Logs the start banner. False (and the
+    // reason is the thread's last socket error) when the port cannot be had.
+    [[nodiscard]] bool Start(int port);
+    [[nodiscard]] bool ChangePort(int port) { return web_server_.ChangePort(port); }
+    void Stop();
+    [[nodiscard]] int GetPort() const { return web_server_.GetPort(); }
+
+    [[nodiscard]] MountManager& GetMounts() { return mounts_; }
+    [[nodiscard]] AccountManager& GetAccounts() { return accounts_; }
+    [[nodiscard]] IpFilter& GetIpFilter() { return ip_filter_; }
+    [[nodiscard]] GuiTransferStatusAggregator& GetTransfers() { return transfers_; }
+    [[nodiscard]] ConnectionCountLimitManager& GetLimits() { return limits_; }
+    // Applies the four download-limit settings and the two speed limits.
+    void ApplyLimits();
+
+private:
+    KorvelConfig& config_;
+    MountManager mounts_;
+    AccountManager accounts_;
+    IpFilter ip_filter_;
+    ConnectionCountLimitManager limits_;
+    GuiTransferStatusAggregator transfers_;
+    std::unique_ptr<KorvelHttpRequestHandler> handler_;
+    WebServer web_server_;  // last: its threads stop before the rest goes away
+};
+
+}  // namespace Zarn

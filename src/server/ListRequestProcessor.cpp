@@ -1,0 +1,133 @@
+#include "server/ListRequestProcessor.h"
+
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <ctime>
+
+#include "config/KorvelConfig.h"
+#include "core/FileAttributes.h"
+#include "core/StringUtil.h"
+#include "core/TekoFileFind.h"
+#include "core/UrlCodec.h"
+#include "http/HttpRequest.h"
+#include "i18n/Translate.h"
+#include "log/Log.h"
+#include "server/TextFormat.h"
+#include "share/AccountManager.h"
+#include "share/MountManager.h"
+#include "skin/SkinManager.h"
+
+namespace Zarn {
+namespace {
+
+std::string DateOf(time_t time) {
+    std::tm local{};
+    if (::localtime_r(&time, &local) == nullptr) {
+        LogTranslated(kLogError, "파일 시간을 얻어올 수 없음");
+        return {};
+    }
+    return FormatListingDate(local);
+}
+
+std::string FreeSpaceOf(const std::string& folder) {
+    struct statvfs info {};
+    if (::statvfs(folder.c_str(), &info) != 0) return {};
+    return GroupDigits(static_cast<uint64_t>(info.f_bavail) * info.f_frsize);
+}
+
+}  // namespace
+
+void ListRequestProcessor::SendList(HttpRequest& request) {
+    LogTranslated(kLogProgress, "SendList 시작");
+    const std::string& path = request.GetPath();
+    if (path.empty()) {
+        SendRoot(request);
+    } else if (path.back() != '/') {
+        HtmlPageSender(request, options_.page).SendRedirect(Concat({"/", path, "/"}));
+    } else {
+        SendFolder(request);
+    }
+    LogTranslated(kLogProgress, "SendList 성공");
+}
+
+void ListRequestProcessor::SendRoot(HttpRequest& request) {
+    std::vector<Entry> entries;
+    for (const std::string& name : options_.mounts->ListNames()) {
+        entries.push_back({.name = name, .date = {}, .size = {}, .bytes = 0, .is_folder = true});
+    }
+    TextContent page;
+    page.SetScalar("$address", "/");
+    page.SetScalar("$content", Translate("주소: /"));
+    SendPage(request, std::move(entries), std::move(page), false);
+}
+
+void ListRequestProcessor::SendFolder(HttpRequest& request) {
+    const std::string& path = request.GetPath();
+    std::string_view inside = path;
+    inside.remove_prefix(std::min(inside.size(), inside.find('/') + 1));
+    bool show_upper = !inside.empty() || options_.config->canRootAccess;
+    bool upload_allowed = (options_.rights & kRightUpload) != 0;
+    TextContent page;
+    page.SetScalar("$address", HtmlEscape(Concat({"/", path})));
+    page.SetScalar("$content", Translate("주소: /") + HtmlEscape(path));
+    if (show_upper) page.SetScalar("$free_space", FreeSpaceOf(options_.local_path));
+    if (upload_allowed) page.SetScalar("$upload_path", UrlEncode(Concat({"/", path})));
+    SendPage(request, ReadFolder(), std::move(page), show_upper);
+}
+
+std::vector<ListRequestProcessor::Entry> ListRequestProcessor::ReadFolder() const {
+    std::vector<Entry> entries;
+    bool show_hidden = options_.config->showHiddenFiles;
+    TekoFileFind find;
+    for (bool found = find.FindFirst(options_.local_path + "/*"); found; found = find.FindNext()) {
+        const std::string& name = find.GetName();
+        if (name == "." || name == "..") continue;
+        if (!show_hidden && (find.GetAttributes() & kAttributeHidden) != 0) continue;
+        Entry entry{
+            .name = name, .date = {}, .size = {}, .bytes = 0, .is_folder = find.IsDirectory()};
+        if (!entry.is_folder) {
+            entry.bytes = find.GetSize();
+            entry.size = GroupDigits(entry.bytes);
+            entry.date = DateOf(find.GetLastWriteTime());
+        }
+        entries.push_back(std::move(entry));
+    }
+    return entries;
+}
+
+void ListRequestProcessor::SendPage(HttpRequest& request, std::vector<Entry> entries,
+                                    TextContent page, bool show_upper) {
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
+        return a.is_folder != b.is_folder ? a.is_folder : a.name < b.name;
+    });
+    std::vector<TextContent::Record> rows;
+    rows.reserve(entries.size());
+    uint64_t total = 0;
+    for (const Entry& entry : entries) {
+        TextContent::Record row{{"$name", HtmlEscape(entry.name)},
+                                {"$link", UrlEncode(entry.name)},
+                                {"$date", entry.date},
+                                {"$size", entry.size}};
+        if (entry.is_folder) row.emplace("$is_folder", "1");
+        total += entry.bytes;
+        rows.push_back(std::move(row));
+    }
+    page.SetScalar("$show_files", "1");
+    page.SetList("$files", std::move(rows));
+    page.SetScalar("$total_size", GroupDigits(total));
+    if (show_upper) page.SetScalar("$display_upper", "1");
+    std::vector<TextContent::Record> skins;
+    if (options_.page.skins != nullptr) {
+        for (const std::string& name : options_.page.skins->ListNames()) {
+            skins.push_back({{"$name", HtmlEscape(name)}});
+        }
+    }
+    page.SetList("$skins", std::move(skins));
+    page.SetList("$view_plugins", {});
+    page.SetList("$action_plugins", {});
+    request.BeginResponse(200, "OK");
+    HtmlPageSender(request, options_.page).Render(page);
+}
+
+}  // namespace Zarn

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "server/HtmlPageSender.h"
+
+namespace Zarn {
+
+class HttpRequest;
+class KorvelConfig;
+class MountManager;
+
+// Answers a request for a folder: the list of mounts at the root, or the entries of a
+// mounted folder, rendered through the skin. Folders come first, then files, each by
+// name. Names and paths are HTML-escaped before they reach the page.
+class ListRequestProcessor {
+public:
+    struct Options {
+        KorvelConfig* config = nullptr;
+        MountManager* mounts = nullptr;
+        HtmlPageSender::Context page{};
+        // The user's rights on the mount of the path (ignored at the root).
+        uint32_t rights = 0;
+        // The local folder of the path (ignored at the root).
+        std::string local_path{};
+    };
+
+    explicit ListRequestProcessor(Options options) : options_(std::move(options)) {}
+    virtual ~ListRequestProcessor() = default;
+
+    void SendList(HttpRequest& request);
+
+private:
+    struct Entry {
+        std::string name;
+        std::string date;
+        std::string size;
+        uint64_t bytes = 0;
+        bool is_folder = false;
+    };
+
+    void SendRoot(HttpRequest& request);
+    void SendFolder(HttpRequest& request);
+    [[nodiscard]] std::vector<Entry> ReadFolder() const;
+    void SendPage(HttpRequest& request, std::vector<Entry> entries, TextContent page,
+                  bool show_upper);
+
+    Options options_;
+};
+
+}  // namespace Zarn

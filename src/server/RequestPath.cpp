@@ -1,0 +1,43 @@
+#include "server/RequestPath.h"
+
+#include <vector>
+
+#include "core/StringUtil.h"
+
+namespace Zarn {
+
+bool IsValidRequestPath(std::string_view path) {
+    if (path.empty()) return true;
+    if (path.front() == '/' || path.find("//") != std::string_view::npos) return false;
+    for (std::string_view segment : Split(path, '/')) {
+        if (segment == "." || segment == "..") return false;
+    }
+    return true;
+}
+
+std::string NormalizeRequestPath(std::string_view path) {
+    std::vector<std::string_view> kept;
+    for (std::string_view segment : Split(path, '/')) {
+        if (segment.empty() || segment == ".") continue;
+        if (segment == "..") {
+            if (!kept.empty()) kept.pop_back();
+            continue;
+        }
+        kept.push_back(segment);
+    }
+    std::string normal;
+    for (std::string_view segment : kept) {
+        if (!normal.empty()) normal += '/';
+        normal += segment;
+    }
+    bool trailing =
+        !path.empty() && (path.back() == '/' || path.ends_with("/.") || path.ends_with("/.."));
+    if (trailing && !normal.empty()) normal += '/';
+    return normal;
+}
+
+std::string_view MountNameOf(std::string_view path) {
+    return path.substr(0, path.find('/'));
+}
+
+}  // namespace Zarn

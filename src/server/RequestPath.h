@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Zarn {
+
+// The checks every request path (decoded, without its leading "/") passes before anything
+// is served from it.
+
+// Valid: empty, or not beginning with "/", without "//", and without a "." or ".."
+// segment. Anything else is answered with a redirect to its normal form.
+[[nodiscard]] bool IsValidRequestPath(std::string_view path);
+
+// Repeated slashes collapsed, "." segments dropped, ".." segments resolved (never above
+// the root); a trailing slash is kept. "/x" gives "x", "a/../b" gives "b".
+[[nodiscard]] std::string NormalizeRequestPath(std::string_view path);
+
+// The first segment (the mount name) and what follows it.
+[[nodiscard]] std::string_view MountNameOf(std::string_view path);
+
+}  // namespace Zarn

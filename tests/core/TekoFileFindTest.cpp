@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "core/FileAttributes.h"
+#include "core/TekoFileFind.h"
+#include "support/TempFolder.h"
+
+namespace Zarn {
+namespace {
+
+using testing::TempFolder;
+
+struct Entry {
+    uint32_t attributes;
+    bool dots;
+    uint64_t size;
+};
+
+std::map<std::string, Entry> FindAll(const std::string& pattern) {
+    std::map<std::string, Entry> found;
+    TekoFileFind find;
+    for (bool more = find.FindFirst(pattern); more; more = find.FindNext())
+        found[find.GetName()] = {find.GetAttributes(), find.IsDots(), find.GetSize()};
+    return found;
+}
+
+void Populate(const TempFolder& folder) {
+    folder.Write("a.wul", "alpha");
+    folder.Write("B.WUL", "beta");
+    folder.Write("notes.txt", "0123456789");
+    folder.Write(".profile", "p");
+    ASSERT_EQ(::mkdir((folder / "skin").c_str(), 0755), 0);
+}
+
+TEST(TekoFileFindTest, StarListsEveryEntryWithItsAttributes) {
+    TempFolder folder;
+    Populate(folder);
+    std::map<std::string, Entry> found = FindAll(folder / "*");
+    std::set<std::string> names;
+    for (const auto& [name, entry] : found)
+        names.insert(name);
+    EXPECT_EQ(names, (std::set<std::string>{".", "..", ".profile", "B.WUL", "a.wul", "notes.txt",
+                                            "skin"}));
+
+    EXPECT_EQ(found["skin"].attributes, kAttributeDirectory);
+    EXPECT_EQ(found["skin"].size, 0u);
+    EXPECT_EQ(found["."].attributes, kAttributeDirectory | kAttributeHidden);
+    EXPECT_EQ(found[".profile"].attributes, kAttributeHidden);
+    EXPECT_EQ(found["notes.txt"].attributes, kAttributeNormal);
+    EXPECT_EQ(found["notes.txt"].size, 10u);
+
+    for (const char* dotted : {".", "..", ".profile"})
+        EXPECT_TRUE(found[dotted].dots) << dotted;
+    for (const char* plain : {"skin", "a.wul", "notes.txt"})
+        EXPECT_FALSE(found[plain].dots) << plain;
+}
+
+TEST(TekoFileFindTest, ExtensionPatternFiltersWithoutCase) {
+    TempFolder folder;
+    Populate(folder);
+    std::map<std::string, Entry> found = FindAll(folder / "*.wul");
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_TRUE(found.contains("a.wul"));
+    EXPECT_TRUE(found.contains("B.WUL"));
+}
+
+TEST(TekoFileFindTest, NoMatchOrMissingFolderFindsNothing) {
+    TempFolder folder;
+    Populate(folder);
+    TekoFileFind find;
+    EXPECT_FALSE(find.FindFirst(folder / "*.zip"));
+    EXPECT_FALSE(find.FindFirst(folder / "missing/*"));
+    EXPECT_FALSE(find.FindNext());
+}
+
+TEST(TekoFileFindTest, MatchesWildcardsWithoutCase) {
+    struct Case {
+        const char* pattern;
+        const char* name;
+        bool matches;
+    };
+    const Case cases[] = {
+        {"*.wul", "English.WUL", true},
+        {"*.wul", "English.wul.bak", false},
+        {"*.*", "no-extension", true},
+        {"?.txt", "a.txt", true},
+        {"?.txt", "ab.txt", false},
+        {"?.txt", ".txt", false},
+        {"a*b", "ab", true},
+        {"a*b", "axxbxxb", true},
+        {"a*b", "axxbxxc", false},
+        {"*", "", true},
+        {"a*", "", false},
+        {"", "", true},
+        {"", "a", false},
+        {"Skin**", "skin", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.pattern) + " ~ " + c.name);
+        EXPECT_EQ(TekoFileFind::MatchesPattern(c.pattern, c.name), c.matches);
+    }
+}
+
+TEST(TekoFileFindTest, ManyStarsAgainstLongNameFinishQuickly) {
+    EXPECT_FALSE(TekoFileFind::MatchesPattern("*a*a*a*a*a*a*a*b", std::string(5000, 'a')));
+    EXPECT_TRUE(TekoFileFind::MatchesPattern("*a*a*a*a*a*a*a*b", std::string(5000, 'a') + "b"));
+}
+
+}  // namespace
+}  // namespace Zarn

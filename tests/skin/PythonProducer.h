@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/TempFolder.h"
+
+namespace Teko::testing {
+
+// Runs a python3 program, with zlib and zipfile as a producer of archives and deflate
+// streams independent of ours, in a fresh temporary folder. The program hands back byte
+// strings with emit(bytes); Run() returns them in order, or nullopt when python3 fails.
+class PythonProducer {
+public:
+    [[nodiscard]] static bool IsAvailable() {
+        static const bool available =
+            std::system("python3 -c 'import zlib, zipfile' >/dev/null 2>&1") == 0;
+        return available;
+    }
+
+    [[nodiscard]] static std::optional<std::vector<std::string>> Run(const std::string& program) {
+        Zarn::testing::TempFolder folder;
+        folder.Write("produce.py",
+                     "import io, random, struct, sys, warnings, zipfile, zlib\n"
+                     "def emit(data):\n"
+                     "    sys.stdout.buffer.write(struct.pack('<Q', len(data)) + data)\n" +
+                         program);
+        std::string command = "cd '" + folder.Path() + "' && python3 produce.py";
+        FILE* pipe = ::popen(command.c_str(), "r");
+        if (pipe == nullptr) return std::nullopt;
+        std::string output;
+        char buffer[65536];
+        for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+            output.append(buffer, got);
+        }
+        if (::pclose(pipe) != 0) return std::nullopt;
+
+        std::vector<std::string> results;
+        for (size_t offset = 0; offset + 8 <= output.size();) {
+            uint64_t length = 0;
+            std::memcpy(&length, output.data() + offset, 8);
+            results.push_back(output.substr(offset + 8, length));
+            offset += 8 + length;
+        }
+        return results;
+    }
+};
+
+}  // namespace Teko::testing

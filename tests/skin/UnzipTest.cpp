@@ -1,0 +1,319 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "skin/PythonProducer.h"
+#include "skin/Unzip.h"
+#include "support/TempFolder.h"
+
+namespace Teko {
+namespace {
+
+using ExtractResult = Unzip::ExtractResult;
+
+class UnzipTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!testing::PythonProducer::IsAvailable()) GTEST_SKIP() << "python3 is not installed";
+    }
+};
+
+constexpr char kSkinFiles[] = R"(
+rng = random.Random(216)
+files = [('setting.ini', b'[skin]\nskin=index.html\n'),
+         ('index.html', b'<html>' + b'<tr><td>$name</td><td>$size</td></tr>\n' * 500),
+         ('img/logo.png', rng.randbytes(5000)),
+         ('empty.txt', b''),
+         ('스킨/한글.txt', '안녕하세요 '.encode() * 100),
+         ('zeros.bin', bytes(1 << 20))]
+)";
+
+// Streamed output makes zipfile set flag bit 3 and write sizes after the data.
+TEST_F(UnzipTest, ExtractsEveryEntryOfArchivesFromZipfile) {
+    auto produced = testing::PythonProducer::Run(std::string(kSkinFiles) + R"(
+class Unseekable:
+    def __init__(self, buffer): self.buffer = buffer
+    def write(self, data): return self.buffer.write(data)
+    def flush(self): pass
+for method, level, streamed in [(zipfile.ZIP_STORED, None, False), (zipfile.ZIP_DEFLATED, 1, False),
+                                (zipfile.ZIP_DEFLATED, 6, False), (zipfile.ZIP_DEFLATED, 9, False),
+                                (zipfile.ZIP_DEFLATED, 6, True), (zipfile.ZIP_STORED, None, True)]:
+    buffer = io.BytesIO()
+    with zipfile.ZipFile(Unseekable(buffer) if streamed else buffer, 'w', method, compresslevel=level) as z:
+        z.writestr(zipfile.ZipInfo('img/'), b'')
+        for name, data in files: z.writestr(name, data)
+    emit(buffer.getvalue())
+for name, data in files: emit(name.encode()); emit(data)
+)");
+    ASSERT_TRUE(produced.has_value());
+    ASSERT_EQ(produced->size(), 6u + 2 * 6);
+    std::vector<std::string> names{"img/"};
+    for (size_t i = 6; i < produced->size(); i += 2)
+        names.push_back((*produced)[i]);
+    for (size_t archive = 0; archive < 6; ++archive) {
+        SCOPED_TRACE("archive " + std::to_string(archive));
+        Unzip unzip;
+        ASSERT_TRUE(unzip.Load((*produced)[archive].data(), (*produced)[archive].size()));
+        EXPECT_EQ(unzip.EntryNames(), names);
+        EXPECT_EQ(unzip.Extract("img/"), "");
+        for (size_t i = 6; i < produced->size(); i += 2) {
+            std::optional<std::string> bytes = unzip.Extract((*produced)[i]);
+            ASSERT_TRUE(bytes.has_value()) << (*produced)[i];
+            EXPECT_TRUE(*bytes == (*produced)[i + 1]) << (*produced)[i];
+        }
+        std::string bytes;
+        EXPECT_EQ(unzip.Extract("setting", bytes), ExtractResult::kNotFound);
+    }
+}
+
+TEST_F(UnzipTest, ReadsArchivesThatCmakeWrites) {
+    if (std::system("cmake --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no cmake";
+    Zarn::testing::TempFolder folder;
+    std::mt19937 random(7);
+    std::string image(3000, '\0');
+    for (char& c : image)
+        c = static_cast<char>(random());
+    std::vector<std::pair<std::string, std::string>> files{
+        {"skin/setting.ini", "[skin]\nskin=index.html\n"},
+        {"skin/index.html", std::string(2000, 'x') + "<html>$body</html>"},
+        {"skin/img/folder.gif", image},
+        {"skin/empty.css", ""}};
+    for (const auto& [name, bytes] : files)
+        folder.Write(name, bytes);
+    std::string command =
+        "cd '" + folder.Path() + "' && cmake -E tar cf skin.zip --format=zip skin";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    std::string archive = folder.Read("skin.zip");
+
+    Unzip unzip;
+    ASSERT_TRUE(unzip.Load(archive.data(), archive.size()));
+    for (const auto& [name, bytes] : files)
+        EXPECT_EQ(unzip.Extract(name), bytes) << name;
+}
+
+TEST_F(UnzipTest, IndexesManyEntriesWhereTheFirstOfTwoNamesWins) {
+    auto produced = testing::PythonProducer::Run(R"(
+buffer = io.BytesIO()
+warnings.simplefilter('ignore')
+with zipfile.ZipFile(buffer, 'w', zipfile.ZIP_DEFLATED) as z:
+    z.writestr('twice.txt', b'first')
+    for i in range(1000): z.writestr('%04d.txt' % i, str(i).encode() * (i % 50))
+    z.writestr('twice.txt', b'second')
+    z.comment = b'PK\x05\x06' + bytes(18) + b'a comment that starts like an empty archive'
+emit(buffer.getvalue())
+)");
+    ASSERT_TRUE(produced.has_value());
+    Unzip unzip;
+    ASSERT_TRUE(unzip.Load(produced->at(0).data(), produced->at(0).size()));
+    EXPECT_EQ(unzip.EntryCount(), 1002u);
+    EXPECT_EQ(unzip.Extract("twice.txt"), "first");
+    std::string bytes;
+    for (int i = 0; i < 1000; ++i) {
+        char name[16];
+        std::snprintf(name, sizeof name, "%04d.txt", i);
+        ASSERT_EQ(unzip.Extract(name, bytes), ExtractResult::kOk) << name;
+        std::string expected;
+        for (int n = 0; n < i % 50; ++n)
+            expected += std::to_string(i);
+        ASSERT_EQ(bytes, expected);
+    }
+}
+
+// A small archive of a deflate, a stored and another deflate entry, and ways to damage it.
+class Damage {
+public:
+    explicit Damage(std::string archive) : archive_(std::move(archive)) {}
+
+    [[nodiscard]] std::string Archive() const { return archive_; }
+    uint32_t Get32(size_t offset) const {
+        uint32_t value = 0;
+        std::memcpy(&value, archive_.data() + offset, 4);
+        return value;
+    }
+    void Put16(size_t offset, uint16_t value) { std::memcpy(archive_.data() + offset, &value, 2); }
+    void Put32(size_t offset, uint32_t value) { std::memcpy(archive_.data() + offset, &value, 4); }
+    size_t Central(std::string_view name) const {
+        for (size_t at = archive_.find("PK\1\2"); at != std::string::npos;
+             at = archive_.find("PK\1\2", at + 1)) {
+            if (archive_.compare(at + 46, name.size(), name) == 0) return at;
+        }
+        ADD_FAILURE() << name;
+        return 0;
+    }
+    size_t Data(std::string_view name) const {
+        size_t local = Get32(Central(name) + 42);
+        return local + 30 + (Get32(local + 26) & 0xFFFF) + (Get32(local + 26) >> 16);
+    }
+    size_t End() const { return archive_.size() - 22; }
+
+private:
+    std::string archive_;
+};
+
+struct DamageCase {
+    const char* name;
+    std::function<void(Damage&)> apply;
+    bool loads = true;
+    std::set<ExtractResult> results = {};
+};
+
+const DamageCase kDamageCases[] = {
+    {"entry of 4 GB",
+     [](Damage& d) { d.Put32(d.Central("a.txt") + 24, 0xF0000000u); },
+     true,
+     {ExtractResult::kTooLarge}},
+    {"ZIP64 size marker",
+     [](Damage& d) { d.Put32(d.Central("a.txt") + 24, 0xFFFFFFFFu); },
+     true,
+     {ExtractResult::kTooLarge}},
+    {"one byte above the size cap",
+     [](Damage& d) { d.Put32(d.Central("a.txt") + 24, Unzip::kMaxEntrySize + 1); },
+     true,
+     {ExtractResult::kTooLarge}},
+    {"ratio beyond what deflate reaches",
+     [](Damage& d) {
+         size_t central = d.Central("a.txt");
+         d.Put32(central + 24, d.Get32(central + 20) * Unzip::kMaxCompressionRatio + 1);
+     },
+     true,
+     {ExtractResult::kTooLarge}},
+    {"ratio deflate reaches, sizes still a lie",
+     [](Damage& d) {
+         size_t central = d.Central("a.txt");
+         d.Put32(central + 24, d.Get32(central + 20) * Unzip::kMaxCompressionRatio);
+     },
+     true,
+     {ExtractResult::kCorrupt}},
+    {"stored sizes disagree",
+     [](Damage& d) { d.Put32(d.Central("b.bin") + 24, d.Get32(d.Central("b.bin") + 20) + 1); },
+     true,
+     {ExtractResult::kCorrupt}},
+    {"method 12",
+     [](Damage& d) { d.Put16(d.Central("a.txt") + 10, 12); },
+     true,
+     {ExtractResult::kUnsupported}},
+    {"encrypted",
+     [](Damage& d) { d.Put16(d.Central("a.txt") + 8, 1); },
+     true,
+     {ExtractResult::kUnsupported}},
+    {"wrong CRC",
+     [](Damage& d) { d.Put32(d.Central("a.txt") + 16, d.Get32(d.Central("a.txt") + 16) ^ 1); },
+     true,
+     {ExtractResult::kChecksumMismatch}},
+    {"bit flipped in stored data",
+     [](Damage& d) { d.Put16(d.Data("b.bin") + 10, 0x5A5A); },
+     true,
+     {ExtractResult::kChecksumMismatch}},
+    {"bit flipped in deflate data",
+     [](Damage& d) {
+         d.Put16(d.Data("a.txt") + 20, static_cast<uint16_t>(d.Get32(d.Data("a.txt") + 20) ^ 0x10));
+     },
+     true,
+     {ExtractResult::kCorrupt, ExtractResult::kChecksumMismatch}},
+    {"header offset past the end", [](Damage& d) { d.Put32(d.Central("a.txt") + 42, 0x7FFFFFFF); },
+     false},
+    {"header offset into the central directory",
+     [](Damage& d) { d.Put32(d.Central("a.txt") + 42, d.Central("a.txt")); }, false},
+    {"local header signature", [](Damage& d) { d.Put32(d.Get32(d.Central("b.bin") + 42), 0); },
+     false},
+    {"two entries sharing data",
+     [](Damage& d) { d.Put32(d.Central("c.txt") + 42, d.Get32(d.Central("a.txt") + 42)); }, false},
+    {"name past the directory", [](Damage& d) { d.Put16(d.Central("c.txt") + 28, 0xFFFF); }, false},
+    {"more entries than records", [](Damage& d) { d.Put32(d.End() + 8, 0x00040004); }, false},
+    {"directory past the end record", [](Damage& d) { d.Put32(d.End() + 16, d.End()); }, false},
+    {"second disk", [](Damage& d) { d.Put16(d.End() + 4, 1); }, false},
+};
+
+constexpr char kSmallArchive[] = R"(
+rng = random.Random(3)
+buffer = io.BytesIO()
+with zipfile.ZipFile(buffer, 'w') as z:
+    z.writestr('a.txt', b'<td>$name</td><td>$size</td>\n' * 70 + rng.randbytes(40), zipfile.ZIP_DEFLATED)
+    z.writestr('b.bin', rng.randbytes(100), zipfile.ZIP_STORED)
+    z.writestr('c.txt', b'#U("hello") $skin ' * 20, zipfile.ZIP_DEFLATED)
+emit(buffer.getvalue())
+)";
+
+TEST_F(UnzipTest, RefusesDamagedAndHostileArchives) {
+    auto produced = testing::PythonProducer::Run(kSmallArchive);
+    ASSERT_TRUE(produced.has_value());
+    for (const DamageCase& test : kDamageCases) {
+        SCOPED_TRACE(test.name);
+        Damage damage(produced->at(0));
+        test.apply(damage);
+        std::string archive = damage.Archive();
+        Unzip unzip;
+        ASSERT_EQ(unzip.Load(archive.data(), archive.size()), test.loads);
+        if (!test.loads) {
+            EXPECT_EQ(unzip.EntryCount(), 0u);
+            continue;
+        }
+        std::string bytes;
+        ExtractResult a = unzip.Extract("a.txt", bytes);
+        ExtractResult b = unzip.Extract("b.bin", bytes);
+        EXPECT_TRUE(test.results.count(a) != 0 || test.results.count(b) != 0);
+        EXPECT_TRUE(a == ExtractResult::kOk || b == ExtractResult::kOk);
+        EXPECT_EQ(unzip.Extract("c.txt", bytes), ExtractResult::kOk);
+    }
+}
+
+TEST_F(UnzipTest, RefusesABombPastTheSizeCap) {
+    auto produced = testing::PythonProducer::Run(R"(
+buffer = io.BytesIO()
+with zipfile.ZipFile(buffer, 'w', zipfile.ZIP_DEFLATED, compresslevel=1) as z:
+    z.writestr('bomb.bin', bytes(64 * 1024 * 1024 + 1))
+emit(buffer.getvalue())
+)");
+    ASSERT_TRUE(produced.has_value());
+    Unzip unzip;
+    ASSERT_TRUE(unzip.Load(produced->at(0).data(), produced->at(0).size()));
+    std::string bytes;
+    EXPECT_EQ(unzip.Extract("bomb.bin", bytes), ExtractResult::kTooLarge);
+}
+
+// Whatever the damage, the reader refuses or hands back the exact bytes of a stored entry;
+// a damaged name may make those bytes appear under another name.
+TEST_F(UnzipTest, SurvivesEveryTruncationBitFlipAndRandomOverwrite) {
+    auto produced = testing::PythonProducer::Run(kSmallArchive);
+    ASSERT_TRUE(produced.has_value());
+    const std::string& original = produced->at(0);
+    Unzip pristine;
+    ASSERT_TRUE(pristine.Load(original.data(), original.size()));
+    std::set<std::optional<std::string>> stored;
+    for (const std::string& name : pristine.EntryNames())
+        stored.insert(pristine.Extract(name));
+    auto check = [&](const std::string& archive, const std::string& what) {
+        Unzip unzip;
+        if (!unzip.Load(archive.data(), archive.size())) return;
+        for (const std::string& name : unzip.EntryNames()) {
+            std::optional<std::string> bytes = unzip.Extract(name);
+            EXPECT_TRUE(!bytes.has_value() || stored.count(bytes) != 0) << what;
+        }
+    };
+    for (size_t cut = 0; cut < original.size(); ++cut) {
+        Unzip unzip;
+        EXPECT_FALSE(unzip.Load(original.data(), cut)) << cut;
+    }
+    for (size_t bit = 0; bit < original.size() * 8; ++bit) {
+        std::string archive = original;
+        archive[bit / 8] = static_cast<char>(archive[bit / 8] ^ (1 << bit % 8));
+        check(archive, "bit " + std::to_string(bit));
+    }
+    std::mt19937 random(1951);
+    for (int round = 0; round < 3000; ++round) {
+        std::string archive = original;
+        uint32_t value = static_cast<uint32_t>(random());
+        size_t offset = random() % (archive.size() - 3);
+        std::memcpy(archive.data() + offset, &value, 4);
+        check(archive, "round " + std::to_string(round));
+    }
+}
+
+}  // namespace
+}  // namespace Teko
