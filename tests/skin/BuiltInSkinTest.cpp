@@ -11,6 +11,8 @@
 #include <fstream>
 #include <map>
 #include <optional>
+// GCC 12 warns falsely inside std::regex when optimising with sanitizers.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <regex>
 #include <set>
 #include <sstream>
