@@ -70,7 +70,11 @@ int TCPServerSocket::Close() {
     SetNonBlocking();
     for (;;) {
         int queued = ::accept4(GetHandle(), nullptr, nullptr, SOCK_CLOEXEC);
-        if (queued < 0) break;
+        if (queued < 0) {
+            // A client that gave up while queued is no reason to leave the rest waiting.
+            if (errno == ECONNABORTED || errno == EINTR) continue;
+            break;
+        }
         ::close(queued);
     }
     // close(2) alone does not wake an accept() blocked in another thread: that call keeps
