@@ -1,10 +1,11 @@
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "core/ManualResetEvent.h"
 
@@ -20,6 +21,10 @@ namespace Zarn {
 // destructor runs only after the derived part is gone.
 class AThread {
 public:
+    // Enough for every thread of the program (the deepest keeps a 10 KiB header buffer and
+    // a template nested at most 64 deep), with a wide margin for sanitizer builds.
+    static constexpr size_t kStackBytes = 1024 * 1024;
+
     AThread() = default;
     virtual ~AThread();
     AThread(const AThread&) = delete;
@@ -54,10 +59,11 @@ protected:
     [[nodiscard]] const ManualResetEvent& StopEvent() const { return stop_event_; }
 
 private:
-    static void ThreadMain(AThread* self);
+    static void* ThreadMain(void* argument);
 
     std::mutex start_mutex_;
-    std::thread thread_;
+    pthread_t thread_{};
+    bool joinable_ = false;  // a thread was started and not yet joined or detached
     ManualResetEvent stop_event_;
     std::atomic<bool> running_{false};
     std::atomic<uint32_t> thread_id_{0};

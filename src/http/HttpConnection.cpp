@@ -47,6 +47,11 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
     return true;
 }
 
+const std::string& HttpConnection::GetPeerIp() {
+    if (peer_ip_.empty()) peer_ip_ = socket_.GetPeerIp();
+    return peer_ip_;
+}
+
 size_t HttpConnection::TakeCarryOver(char* buffer, size_t length) {
     DropHeaderLineBreak();
     size_t count = std::min(length, carry_over_.size() - carry_start_);

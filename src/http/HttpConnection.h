@@ -21,6 +21,8 @@ public:
     explicit HttpConnection(TCPSocket socket) : socket_(std::move(socket)) {}
 
     [[nodiscard]] TCPSocket& GetSocket() { return socket_; }
+    // The client's dotted address, asked of the socket once per connection.
+    [[nodiscard]] const std::string& GetPeerIp();
 
     // Reads one request header (at most 10,240 bytes) and parses it into `request`.
     // Throws socket_exception when the peer closes or breaks the connection, and
@@ -40,6 +42,7 @@ private:
     void DropHeaderLineBreak();
 
     TCPSocket socket_;
+    std::string peer_ip_;
     std::string carry_over_;
     size_t carry_start_ = 0;
     bool header_line_break_pending_ = false;

@@ -115,7 +115,7 @@ std::string HttpRequest::GetUserName() const {
 
 std::string HttpRequest::GetClientAddress() const {
     if (!client_address_) {
-        client_address_ = connection_ ? connection_->GetSocket().GetPeerIp() : std::string();
+        client_address_ = connection_ ? connection_->GetPeerIp() : std::string();
     }
     return *client_address_;
 }

@@ -38,7 +38,7 @@ void RequestParserThread::Interrupt() {
 uint32_t RequestParserThread::Run() {
     std::string client;
     try {
-        client = connection_.GetSocket().GetPeerIp();
+        client = connection_.GetPeerIp();
         while (!IsStopSignalled() && ServeOneRequest()) {
         }
     } catch (const socket_exception& error) {
@@ -70,7 +70,7 @@ bool RequestParserThread::ServeOneRequest() {
     }
     TransferStatusReporter& status = request.GetTransferStatus();
     status.SetTarget(DecodeUrlText(target, GetDefaultUrlCodepage()));
-    status.SetClientAddress(connection_.GetSocket().GetPeerIp());
+    status.SetClientAddress(connection_.GetPeerIp());
     status.SetUserName(request.GetUserName());
 
     handler_->HandleRequest(request);

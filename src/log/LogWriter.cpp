@@ -96,12 +96,23 @@ void LogWriter::WriteError(const std::string& text) const {
 void LogWriter::AppendToFile(const std::tm& time, const std::string& line) {
     std::lock_guard lock(file_mutex_);
     std::string path = FilePathFor(time);
-    if (!MakeFolders(FolderOf(path))) return;
-    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
-    if (!fd.IsValid()) return;  // skipped for this line; logging must never log
+    // The day's file stays open between lines; it is opened again for a new day, and when
+    // someone has deleted or moved it (a log rotation), so lines never vanish into it.
     struct stat info {};
-    bool fresh = ::fstat(fd.Get(), &info) == 0 && info.st_size == 0;
-    WriteAll(fd.Get(), (fresh ? "\xEF\xBB\xBF" : "") + line + "\n");
+    struct stat named {};
+    bool stale = !file_.IsValid() || path != file_path_ || ::fstat(file_.Get(), &info) != 0 ||
+                 ::stat(path.c_str(), &named) != 0 || named.st_ino != info.st_ino ||
+                 named.st_dev != info.st_dev;
+    if (stale) {
+        file_.Reset();
+        if (!MakeFolders(FolderOf(path))) return;
+        file_.Reset(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+        if (!file_.IsValid()) return;  // skipped for this line; logging must never log
+        file_path_ = path;
+        if (::fstat(file_.Get(), &info) != 0) info = {};
+    }
+    bool fresh = info.st_size == 0;
+    WriteAll(file_.Get(), (fresh ? "\xEF\xBB\xBF" : "") + line + "\n");
 }
 
 }  // namespace Zarn

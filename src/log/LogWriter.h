@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/UniqueFd.h"
+
 namespace Zarn {
 
 class LogQueue;
@@ -14,12 +16,11 @@ class LogQueue;
 // The installed log listener. For each accepted message it writes the text to standard
 // error, stamps it "[MM/DD hh:mm:ss] ", appends the line to the day's file
 // "Log/Lumidrop.YYYYMMDD.log" in the home folder (when writing is on, never for level 1;
-// a new file starts with a UTF-8 byte-order mark; the file is opened and closed for
-// every line), and queues it for the owner's console. A level-32 message is also
-// announced on standard error as "Korvel Lumidrop: ...".
-// Control characters of a message are written escaped ("\x0d"), so that no request
-// path can forge a log line or drive a terminal. Writing never logs, never throws and
-// never waits on the console. Any thread may log.
+// a new file starts with a UTF-8 byte-order mark), and queues it for the owner's console. A
+// level-32 message is also announced on standard error as "Korvel Lumidrop: ...". Control
+// characters of a message are written escaped ("\x0d"), so that no request path can forge a log
+// line or drive a terminal. Writing never logs, never throws and never waits on the console. Any
+// thread may log.
 class LogWriter {
 public:
     using Clock = std::function<std::tm()>;
@@ -54,7 +55,9 @@ private:
     void WriteError(const std::string& text) const;
 
     Options options_;
-    std::mutex file_mutex_;
+    std::mutex file_mutex_;  // guards the two below
+    UniqueFd file_;
+    std::string file_path_;
     bool installed_ = false;
 };
 

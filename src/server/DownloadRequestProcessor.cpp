@@ -21,8 +21,12 @@ std::string_view ExtensionOf(std::string_view path) {
 }  // namespace
 
 DownloadRequestProcessor::DownloadRequestProcessor(std::string local_path, bool ranged,
-                                                   ByteRangeSet ranges)
-    : local_path_(std::move(local_path)), ranged_(ranged), ranges_(std::move(ranges)) {}
+                                                   ByteRangeSet ranges,
+                                                   std::unique_ptr<TekoFile> file)
+    : local_path_(std::move(local_path)),
+      ranged_(ranged),
+      ranges_(std::move(ranges)),
+      file_(std::move(file)) {}
 
 void DownloadRequestProcessor::SendFile(HttpRequest& request) {
     LogTranslated(kLogProgress, "SendFile 시작");
@@ -35,8 +39,11 @@ void DownloadRequestProcessor::SendFile(HttpRequest& request) {
 }
 
 void DownloadRequestProcessor::Send(HttpRequest& request) {
-    TekoFile file;
-    if (!file.Open(local_path_, TekoFile::kModeRead)) throw std::runtime_error("Cannot open file");
+    if (!file_) file_ = std::make_unique<TekoFile>();
+    if (!file_->IsOpen() && !file_->Open(local_path_, TekoFile::kModeRead)) {
+        throw std::runtime_error("Cannot open file");
+    }
+    TekoFile& file = *file_;
     uint64_t size = file.GetSize();
     uint64_t start = 0;
     uint64_t length = size;

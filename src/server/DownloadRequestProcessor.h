@@ -1,7 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "core/TekoFile.h"
 #include "http/ByteRangeSet.h"
 
 namespace Zarn {
@@ -13,8 +15,10 @@ class HttpRequest;
 // Made by the dispatcher for one request on its connection thread.
 class DownloadRequestProcessor {
 public:
-    // `ranges` is used only when `ranged` is set, and must then be resolved.
-    DownloadRequestProcessor(std::string local_path, bool ranged, ByteRangeSet ranges);
+    // `ranges` is used only when `ranged` is set, and must then be resolved. `file` is the
+    // file already opened by the caller, or null to open it here.
+    DownloadRequestProcessor(std::string local_path, bool ranged, ByteRangeSet ranges,
+                             std::unique_ptr<TekoFile> file = nullptr);
     virtual ~DownloadRequestProcessor() = default;
 
     // Never lets a standard exception out: a file that cannot be opened, a broken
@@ -28,6 +32,7 @@ private:
     std::string local_path_;
     bool ranged_;
     ByteRangeSet ranges_;
+    std::unique_ptr<TekoFile> file_;
 };
 
 }  // namespace Zarn

@@ -155,15 +155,15 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
 
 void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& pages,
                                          const std::string& local_path) {
-    TekoFile file;
-    if (!file.Open(local_path, TekoFile::kModeRead)) {
+    auto file = std::make_unique<TekoFile>();
+    if (!file->Open(local_path, TekoFile::kModeRead)) {
         return pages.SendErrorPage(500, "Internal Server Error",
                                    Translate("파일을 열지 못했습니다."));
     }
     ByteRangeSet ranges;
     std::string range_header;
     bool ranged = request.GetHeader("RANGE", range_header) && ranges.Parse(range_header);
-    if (ranged && !ranges.Resolve(file.GetSize())) {
+    if (ranged && !ranges.Resolve(file->GetSize())) {
         return pages.SendErrorPage(416, "Requested Range Not Satisfiable",
                                    Translate("요청한 범위가 파일에 없습니다."));
     }
@@ -171,7 +171,6 @@ void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& p
         return pages.SendErrorPage(501, "Not Implemented",
                                    Translate("여러 범위는 지원하지 않습니다."));
     }
-    file.Close();
     CounterToken token;
     try {
         services_.limits->Acquire(token, request.GetClientAddress());
@@ -182,7 +181,8 @@ void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& p
             total ? Translate("동시 다운로드 수가 한도에 이르렀습니다.")
                   : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
     }
-    DownloadRequestProcessor(local_path, ranged, std::move(ranges)).SendFile(request);
+    DownloadRequestProcessor(local_path, ranged, std::move(ranges), std::move(file))
+        .SendFile(request);
 }
 
 }  // namespace Zarn

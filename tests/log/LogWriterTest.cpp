@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 
 #include "core/UniqueFd.h"
 #include "log/Log.h"
@@ -72,6 +73,14 @@ TEST_F(LogWriterTest, StartsANewFileWithByteOrderMarkEachDay) {
               "\xEF\xBB\xBF[11/22 23:59:58] first 1\n[11/22 23:59:58] second\n");
     EXPECT_EQ(home_.Read("Log/Lumidrop.20261123.log"),
               "\xEF\xBB\xBF[11/23 00:00:01] after midnight\n");
+}
+
+TEST_F(LogWriterTest, ARemovedFileIsCreatedAgain) {
+    Log(kLogNotice, "before");
+    std::filesystem::rename(home_ / "Log/Lumidrop.20261122.log", home_ / "rotated.log");
+    Log(kLogNotice, "after");
+    EXPECT_EQ(home_.Read("rotated.log"), "\xEF\xBB\xBF[11/22 23:59:58] before\n");
+    EXPECT_EQ(home_.Read("Log/Lumidrop.20261122.log"), "\xEF\xBB\xBF[11/22 23:59:58] after\n");
 }
 
 TEST_F(LogWriterTest, TraceAndSwitchedOffLinesStillReachTheQueueButNotTheFile) {

@@ -172,8 +172,9 @@ const DamageCase kDamageCases[] = {
      [](Damage& d) { d.Put32(d.Central("a.txt") + 24, 0xFFFFFFFFu); },
      true,
      {ExtractResult::kTooLarge}},
-    {"one byte above the size cap",
-     [](Damage& d) { d.Put32(d.Central("a.txt") + 24, Unzip::kMaxEntrySize + 1); },
+    // Stored, so that only the cap, not the ratio, can refuse it.
+    {"stored entry one byte above the size cap",
+     [](Damage& d) { d.Put32(d.Central("b.bin") + 24, Unzip::kMaxEntrySize + 1); },
      true,
      {ExtractResult::kTooLarge}},
     {"ratio beyond what deflate reaches",
@@ -261,20 +262,6 @@ TEST_F(UnzipTest, RefusesDamagedAndHostileArchives) {
         EXPECT_TRUE(a == ExtractResult::kOk || b == ExtractResult::kOk);
         EXPECT_EQ(unzip.Extract("c.txt", bytes), ExtractResult::kOk);
     }
-}
-
-TEST_F(UnzipTest, RefusesABombPastTheSizeCap) {
-    auto produced = testing::PythonProducer::Run(R"(
-buffer = io.BytesIO()
-with zipfile.ZipFile(buffer, 'w', zipfile.ZIP_DEFLATED, compresslevel=1) as z:
-    z.writestr('bomb.bin', bytes(64 * 1024 * 1024 + 1))
-emit(buffer.getvalue())
-)");
-    ASSERT_TRUE(produced.has_value());
-    Unzip unzip;
-    ASSERT_TRUE(unzip.Load(produced->at(0).data(), produced->at(0).size()));
-    std::string bytes;
-    EXPECT_EQ(unzip.Extract("bomb.bin", bytes), ExtractResult::kTooLarge);
 }
 
 // Whatever the damage, the reader refuses or hands back the exact bytes of a stored entry;
