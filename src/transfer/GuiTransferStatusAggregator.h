@@ -25,7 +25,7 @@ public:
     using Clock = std::function<uint64_t()>;
 
     static constexpr uint64_t kNotifyIntervalMs = 500;
-    static constexpr uint64_t kUnlimitedWriteAllowance = 256 * 1024;
+    static constexpr uint64_t kUnlimitedWriteAllowance = 4 * 1024 * 1024;
     static constexpr uint64_t kMinWriteAllowance = 1024;
 
     // One direction of a transfer as the console shows it.
