@@ -31,7 +31,7 @@ std::string HomeFolder::Resolve(const std::optional<std::string>& requested) {
         return executable_folder;
     }
     const char* xdg = std::getenv("XDG_CONFIG_HOME");
-    // The base directory specification ignores a relative value.
+    // A relative XDG_CONFIG_HOME is to be ignored, as XDG says.
     std::string config_home =
         xdg != nullptr && xdg[0] == '/' ? std::string(xdg) : JoinPath(UserHome(), ".config");
     return JoinPath(MakeAbsolutePath(config_home), "lumidrop");

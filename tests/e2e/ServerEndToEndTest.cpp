@@ -187,6 +187,15 @@ TEST_F(ServerEndToEndTest, AsksForCredentialsWhereTheRightsRequireThem) {
     EXPECT_EQ(logout.Header("WWW-Authenticate"), "Basic realm=\"/\"");
 }
 
+TEST_F(ServerEndToEndTest, SkinDevelopersSeeTheirEditsAtOnce) {
+    home_.Write("res/skin/setting.ini", "skin=page.html\r\nmimeType=text/html\r\n");
+    home_.Write("res/skin/page.html", "first: $title");
+    auto program = Start("skinDevelopersMode=1\r\ndefaultSkin=develop\r\n");
+    EXPECT_EQ(Get(program->Port(), "/nomount/").body, "first: 404 Not Found");
+    home_.Write("res/skin/page.html", "second: $title");
+    EXPECT_EQ(Get(program->Port(), "/nomount/").body, "second: 404 Not Found");
+}
+
 TEST(ProgramTest, StopsCleanlyAndRemembersThatItRan) {
     TempFolder home;
     ProgramRunner program(home.Path());
