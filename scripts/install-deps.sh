@@ -12,6 +12,9 @@ command -v g++ >/dev/null 2>&1 || missing+=(g++)
 command -v make >/dev/null 2>&1 || missing+=(make)
 if (( want_tests )); then
     [[ -f /usr/include/gtest/gtest.h ]] || missing+=(libgtest-dev)
+    # Archives for the zip reader's tests are made by python3; one test drives curl.
+    command -v python3 >/dev/null 2>&1 || missing+=(python3)
+    command -v curl >/dev/null 2>&1 || missing+=(curl)
 fi
 
 (( ${#missing[@]} == 0 )) && exit 0
