@@ -12,6 +12,7 @@
 #include "server/DownloadRequestProcessor.h"
 #include "server/IdentificationRequestProcessor.h"
 #include "server/ListRequestProcessor.h"
+#include "server/MakeDirectoryRequestProcessor.h"
 #include "server/RequestPath.h"
 #include "server/SystemRequestProcessor.h"
 #include "server/TextFormat.h"
@@ -134,10 +135,14 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
         if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
         return SendNotYetAvailable(pages);
     }
-    if ((request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) ||
-        action == "MakeDirectory") {
+    if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
         return SendNotYetAvailable(pages);
+    }
+    if (action == "MakeDirectory") {
+        if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
+        return MakeDirectoryRequestProcessor(*services_.mounts, PageContext())
+            .MakeDirectory(request);
     }
     uint32_t attributes = local_path.empty() ? kInvalidAttributes : GetFileAttributes(local_path);
     if ((attributes & kAttributeOffline) != 0) {

@@ -196,6 +196,46 @@ TEST_F(ServerEndToEndTest, SkinDevelopersSeeTheirEditsAtOnce) {
     EXPECT_EQ(Get(program->Port(), "/nomount/").body, "second: 404 Not Found");
 }
 
+TEST_F(ServerEndToEndTest, CreatesFoldersWhereUploadingIsAllowed) {
+    auto program = Start("authorities+=.anonymous|docs|7\r\n");
+    int port = program->Port();
+    HttpResponse made = Get(port, "/docs/?action=MakeDirectory&name=%20New%20folder%09");
+    EXPECT_EQ(made.status, 301);
+    EXPECT_EQ(made.Header("Location"), ".");
+    EXPECT_TRUE(std::filesystem::is_directory(share_ / "New folder"));
+    EXPECT_NE(Get(port, "/docs/").body.find("New folder"), std::string::npos);
+
+    struct Case {
+        const char* target;
+        const char* message;
+    };
+    const Case failures[] = {
+        {"/docs/?action=MakeDirectory&name=%20%09", "No folder name was given."},
+        {"/docs/?action=MakeDirectory&name=New%20folder", "Could not create the folder."},
+        {"/docs/?action=MakeDirectory&name=..", "Could not create the folder."},
+        {"/docs/?action=MakeDirectory&name=a%2fb", "Could not create the folder."},
+        {"/docs/?action=MakeDirectory&name=bell%07", "Could not create the folder."},
+        {"/docs/missing/?action=MakeDirectory&name=x", "Could not create the folder."},
+    };
+    for (const Case& c : failures) {
+        SCOPED_TRACE(c.target);
+        HttpResponse refused = Get(port, c.target);
+        EXPECT_EQ(refused.status, 200);
+        EXPECT_NE(refused.body.find(c.message), std::string::npos);
+    }
+    EXPECT_FALSE(std::filesystem::exists(share_ / "a"));
+    EXPECT_FALSE(std::filesystem::exists(share_ / "missing"));
+    EXPECT_EQ(Get(port, "/single.txt?action=MakeDirectory&name=x").status, 401);
+}
+
+TEST_F(ServerEndToEndTest, FolderCreationNeedsTheUploadRight) {
+    auto program = Start("authorities+=.anonymous|single.txt|7\r\n");
+    EXPECT_EQ(Get(program->Port(), "/docs/?action=MakeDirectory&name=x").status, 401);
+    EXPECT_FALSE(std::filesystem::exists(share_ / "x"));
+    // A single-file share never takes uploads, whatever the grant says.
+    EXPECT_EQ(Get(program->Port(), "/single.txt?action=MakeDirectory&name=x").status, 401);
+}
+
 TEST(ProgramTest, StopsCleanlyAndRemembersThatItRan) {
     TempFolder home;
     ProgramRunner program(home.Path());
