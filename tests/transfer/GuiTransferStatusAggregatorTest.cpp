@@ -93,13 +93,19 @@ TEST_F(GuiTransferStatusAggregatorTest, OverLimitExactlyWhenTheSpeedExceedsTheLi
 
 TEST_F(GuiTransferStatusAggregatorTest, WriteAllowanceIsAFifthOfTheLimitAndAtLeastOneKiB) {
     TransferStatusReporter transfer(aggregator_);
-    EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload), GuiTransferStatusAggregator::kUnlimitedWriteAllowance);  // not known yet
+    EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload),
+              GuiTransferStatusAggregator::kUnlimitedWriteAllowance);  // not known yet
     Start(transfer, kDirectionDownload);
-    EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload), GuiTransferStatusAggregator::kUnlimitedWriteAllowance);
+    EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload),
+              GuiTransferStatusAggregator::kUnlimitedWriteAllowance);
     const struct {
         int total_kib_per_s;
         uint64_t allowance;
-    } cases[] = {{100, 100 * 1024 / 5}, {5, 1024}, {2, 1024}, {0, 1024}, {-1, GuiTransferStatusAggregator::kUnlimitedWriteAllowance}};
+    } cases[] = {{100, 100 * 1024 / 5},
+                 {5, 1024},
+                 {2, 1024},
+                 {0, 1024},
+                 {-1, GuiTransferStatusAggregator::kUnlimitedWriteAllowance}};
     for (const auto& c : cases) {
         aggregator_.SetTotalLimits(-1, c.total_kib_per_s);
         EXPECT_EQ(transfer.GetWriteAllowance(kDirectionDownload), c.allowance)
