@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "core/FileContents.h"
 #include "core/PathUtil.h"
 #include "core/UniqueFd.h"
 #include "i18n/Translate.h"
@@ -18,16 +19,6 @@ namespace Zarn {
 namespace {
 
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
-
-bool WriteAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        bytes.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
 
 // The rename is durable only once the folder's entry is on the disk too.
 void SyncFolder(const std::string& folder) {
@@ -103,7 +94,7 @@ bool KorvelConfig::WriteFile(const std::string& text) {
     std::string temporary = settings_path_ + ".tmp";
     UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!fd.IsValid()) return false;
-    bool written = WriteAll(fd.Get(), text) && ::fsync(fd.Get()) == 0;
+    bool written = WriteFully(fd.Get(), text) && ::fsync(fd.Get()) == 0;
     fd.Reset();
     if (!written || ::rename(temporary.c_str(), settings_path_.c_str()) != 0) {
         ::unlink(temporary.c_str());

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "core/FileContents.h"
 #include "core/PathUtil.h"
 #include "core/UniqueFd.h"
 #include "core/Version.h"
@@ -14,18 +15,7 @@
 #include "log/LogQueue.h"
 
 namespace Zarn {
-namespace {
-
-void WriteAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return;
-        bytes.remove_prefix(static_cast<size_t>(written));
-    }
-}
-
-}  // namespace
+namespace {}  // namespace
 
 LogWriter::LogWriter(Options options) : options_(std::move(options)) {}
 
@@ -90,7 +80,7 @@ void LogWriter::Write(uint32_t level, const char* text) noexcept {
 }
 
 void LogWriter::WriteError(const std::string& text) const {
-    if (options_.error_fd >= 0) WriteAll(options_.error_fd, text + "\n");
+    if (options_.error_fd >= 0) WriteFully(options_.error_fd, text + "\n");
 }
 
 void LogWriter::AppendToFile(const std::tm& time, const std::string& line) {
@@ -112,7 +102,7 @@ void LogWriter::AppendToFile(const std::tm& time, const std::string& line) {
         if (::fstat(file_.Get(), &info) != 0) info = {};
     }
     bool fresh = info.st_size == 0;
-    WriteAll(file_.Get(), (fresh ? "\xEF\xBB\xBF" : "") + line + "\n");
+    WriteFully(file_.Get(), (fresh ? "\xEF\xBB\xBF" : "") + line + "\n");
 }
 
 }  // namespace Zarn

@@ -1,12 +1,11 @@
 #include "share/MimeTypeTable.h"
 
-#include <fstream>
-#include <iterator>
 #include <mutex>
 #include <optional>
 #include <sstream>
 
 #include "core/EmbeddedResources.h"
+#include "core/FileContents.h"
 #include "core/PathUtil.h"
 #include "core/StringUtil.h"
 #include "i18n/Translate.h"
@@ -29,12 +28,6 @@ void ParseLine(const std::string& line, std::map<std::string, std::string, std::
         words >> extension;
         types[extension] = type;
     } while (!words.eof());
-}
-
-std::optional<std::string> ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 }  // namespace
@@ -62,7 +55,7 @@ void MimeTypeTable::Load(std::string_view text) {
 }
 
 void MimeTypeTable::LoadFromHome(const std::string& home) {
-    std::optional<std::string> text = ReadFile(JoinPath(home, kFileName));
+    std::optional<std::string> text = ReadWholeFile(JoinPath(home, kFileName));
     if (text) {
         LogTranslated(kLogNotice, "외부 mime-type.txt를 로드함..");
     } else {

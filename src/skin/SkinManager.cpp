@@ -1,9 +1,7 @@
 #include "skin/SkinManager.h"
 
-#include <fstream>
-#include <iterator>
-
 #include "core/EmbeddedResources.h"
+#include "core/FileContents.h"
 #include "core/PathUtil.h"
 #include "core/TekoFileFind.h"
 #include "i18n/Translate.h"
@@ -14,13 +12,7 @@ namespace Zarn {
 namespace {
 
 Skin::FileReader FolderReader(const std::string& folder) {
-    return [folder](const std::string& name) -> std::optional<std::string> {
-        std::ifstream in(JoinPath(folder, name), std::ios::binary);
-        if (!in) return std::nullopt;
-        std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-        if (in.bad()) return std::nullopt;
-        return bytes;
-    };
+    return [folder](const std::string& name) { return ReadWholeFile(JoinPath(folder, name)); };
 }
 
 std::shared_ptr<const Skin> BuildBuiltIn() {
