@@ -94,6 +94,10 @@ int Serve(const CommandLine& line) {
     LocalizationStringTable::Instance().LoadLanguage(home, config.uiLanguageFile);
     SkinManager::Instance().LoadAll(home, config.defaultSkin);
 
+    // A file-size limit must fail the one write that crosses it, as a full disk does,
+    // not end the whole server.
+    ::signal(SIGXFSZ, SIG_IGN);
+
     // Every thread started from here on inherits the blocked signals; only sigwait below
     // receives them.
     sigset_t stop_signals;

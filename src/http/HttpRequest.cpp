@@ -54,6 +54,9 @@ void HttpRequest::ParseHeader(std::string_view header_text) {
     if (length != head_.headers.end()) {
         content_length_ = RequestHead::ParseContentLength(length->second);
     }
+    std::string expect;
+    awaits_continue_ = content_length_ > 0 && head_.version == "HTTP/1.1" &&
+                       GetHeader("EXPECT", expect) && ToLowerAscii(Trim(expect)) == "100-continue";
     if (head_.method == HttpMethod::kPost) {
         PrepareBody();
         Log(kLogTrace, "POST Method Parsed.");
@@ -146,6 +149,16 @@ void HttpRequest::Log(uint32_t level, const char* format, ...) {
 int HttpRequest::ReceiveBody(void* buffer, int length) {
     if (length <= 0 || consumed_ >= content_length_) return 0;
     if (connection_ == nullptr) throw socket_exception("Connection closed");
+    if (awaits_continue_) {
+        // The client holds the body back until told to go on; without this it waits
+        // a second or so and then sends it anyway.
+        awaits_continue_ = false;
+        static constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
+        for (size_t sent = 0; sent < kContinue.size();) {
+            sent += static_cast<size_t>(connection_->GetSocket().Send(
+                kContinue.data() + sent, static_cast<int>(kContinue.size() - sent)));
+        }
+    }
     auto wanted = static_cast<int>(
         std::min<uint64_t>(static_cast<uint64_t>(length), content_length_ - consumed_));
     auto got = static_cast<int>(

@@ -127,6 +127,7 @@ private:
     uint64_t content_length_ = 0;
     uint64_t consumed_ = 0;
     std::string boundary_;
+    bool awaits_continue_ = false;  // "Expect: 100-continue" not yet answered
     std::unique_ptr<MultipartReader> multipart_;
     mutable std::optional<std::string> client_address_;
 

@@ -18,6 +18,10 @@ namespace Zarn {
 // language file can never make a format read arguments that were not passed.
 [[nodiscard]] std::string TranslateFormat(const char* key_format);
 
+// The translated format filled in with the arguments.
+[[nodiscard]] std::string FormatTranslated(const char* key_format, ...)
+    __attribute__((format(printf, 1, 2)));
+
 // Logs the translated format with the arguments.
 void LogTranslated(uint32_t level, const char* key_format, ...)
     __attribute__((format(printf, 2, 3)));

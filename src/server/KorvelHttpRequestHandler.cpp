@@ -16,6 +16,9 @@
 #include "server/RequestPath.h"
 #include "server/SystemRequestProcessor.h"
 #include "server/TextFormat.h"
+#include "server/UploadProgressTable.h"
+#include "server/UploadRequestProcessor.h"
+#include "server/UploadStatusReportingRequestProcessor.h"
 #include "share/AccountManager.h"
 #include "share/IpFilter.h"
 #include "share/MountManager.h"
@@ -43,6 +46,10 @@ void SendNotYetAvailable(HtmlPageSender& pages) {
 
 HtmlPageSender::Context KorvelHttpRequestHandler::PageContext() const {
     return {.skins = services_.skins, .server_port = services_.port()};
+}
+
+UploadProgressTable& KorvelHttpRequestHandler::Uploads() const {
+    return services_.uploads ? *services_.uploads : UploadProgressTable::Instance();
 }
 
 void KorvelHttpRequestHandler::HandleRequest(HttpRequest& request) {
@@ -90,7 +97,9 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
         return pages.SendErrorPage(403, "Forbidden",
                                    Translate("이 주소에서는 접근할 수 없습니다."));
     }
-    if (action == "UploadStatus" && query_count == 2) return SendNotYetAvailable(pages);
+    if (action == "UploadStatus" && query_count == 2) {
+        return UploadStatusReportingRequestProcessor(Uploads()).SendStatus(request);
+    }
 
     const AuthenticationInfo* credentials = request.GetAuthenticationInfo();
     std::string user = request.GetUserName();
@@ -137,7 +146,8 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     }
     if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
-        return SendNotYetAvailable(pages);
+        return UploadRequestProcessor(*services_.mounts, Uploads(), PageContext())
+            .ReceiveFile(request);
     }
     if (action == "MakeDirectory") {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();

@@ -16,6 +16,7 @@ class IpFilter;
 class KorvelConfig;
 class MountManager;
 class SkinManager;
+class UploadProgressTable;
 
 // The single entry point of every parsed request: validates the path, applies the IP
 // filter and the account check, picks the one processor that serves the request, and
@@ -30,7 +31,8 @@ public:
         IpFilter* ip_filter = nullptr;
         SkinManager* skins = nullptr;
         ConnectionCountLimitManager* limits = nullptr;
-        std::string home{};  // for reloading skins in skin developers mode
+        UploadProgressTable* uploads = nullptr;  // null: the process-wide table
+        std::string home{};                      // for reloading skins in skin developers mode
         // The listening port, for the pages' "$server_port".
         std::function<int()> port = [] { return -1; };
     };
@@ -45,6 +47,7 @@ private:
     void DispatchMounted(HttpRequest& request, HtmlPageSender& pages, const std::string& user);
     void ServeFile(HttpRequest& request, HtmlPageSender& pages, const std::string& local_path);
     [[nodiscard]] HtmlPageSender::Context PageContext() const;
+    [[nodiscard]] UploadProgressTable& Uploads() const;
 
     Services services_;
 };

@@ -40,6 +40,8 @@ public:
 
     // An event that, once set, ends every throttling wait at once (the server stopping).
     void SetStopEvent(const ManualResetEvent* stop) { stop_ = stop; }
+    // Null when the transfer runs outside a server.
+    [[nodiscard]] const ManualResetEvent* GetStopEvent() const { return stop_; }
 
     void SetTarget(const std::string& target);
     void SetClientAddress(const std::string& address);

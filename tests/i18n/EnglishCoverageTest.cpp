@@ -54,8 +54,8 @@ std::optional<std::string> LiteralAt(const std::string& text, size_t position) {
     }
 }
 
-// Every literal passed to Translate, TranslateFormat or TranslationKey as the first
-// argument, or to LogTranslated as the second.
+// Every literal passed to Translate, TranslateFormat, FormatTranslated or TranslationKey as
+// the first argument, or to LogTranslated as the second.
 void CollectLiterals(const std::string& text, std::set<std::string>& keys) {
     struct Marker {
         std::string_view name;
@@ -63,6 +63,7 @@ void CollectLiterals(const std::string& text, std::set<std::string>& keys) {
     };
     const Marker markers[] = {{"Translate(", false},
                               {"TranslateFormat(", false},
+                              {"FormatTranslated(", false},
                               {"TranslationKey(", false},
                               {"LogTranslated(", true}};
     for (const Marker& marker : markers) {

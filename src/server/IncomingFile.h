@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "core/UniqueFd.h"
+
+namespace Zarn {
+
+// A file being received into a folder: written under a temporary name of its own and
+// moved to its real name only once complete, without ever replacing a file that is
+// already there. Until then nothing but the temporary file exists; destroying an
+// uncommitted IncomingFile deletes it, so a broken upload leaves no trace.
+// Used by one thread.
+class IncomingFile {
+public:
+    IncomingFile(std::string folder, std::string name)
+        : folder_(std::move(folder)), name_(std::move(name)) {}
+    ~IncomingFile();
+    IncomingFile(const IncomingFile&) = delete;
+    IncomingFile& operator=(const IncomingFile&) = delete;
+
+    // Creates "uploading_NAME.LUMIDROP" in the folder, or with NAME numbered as below from 2
+    // on when another upload of the same name is running. False when the folder does
+    // not take the file.
+    [[nodiscard]] bool Create();
+    // True when every byte was written.
+    [[nodiscard]] bool Write(const char* bytes, size_t length);
+    // Closes the file and gives it the name it was sent with, or NAME(1).EXT, NAME(2).EXT
+    // and so on when that is taken. False when no name could be given; the temporary file
+    // is then deleted.
+    [[nodiscard]] bool Commit();
+
+    [[nodiscard]] const std::string& GetTemporaryPath() const { return temporary_path_; }
+    // The name the file was stored under, after Commit.
+    [[nodiscard]] const std::string& GetFinalName() const { return final_name_; }
+
+    // NAME(N).EXT: the number goes before the last "." (not a leading one), or at the end.
+    [[nodiscard]] static std::string NumberedName(const std::string& name, unsigned number);
+
+private:
+    void Discard();
+
+    std::string folder_;
+    std::string name_;
+    std::string temporary_path_;
+    std::string final_name_;
+    UniqueFd fd_;
+};
+
+}  // namespace Zarn

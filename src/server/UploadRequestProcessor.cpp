@@ -1,0 +1,161 @@
+#include "server/UploadRequestProcessor.h"
+
+#include <algorithm>
+
+#include "core/FileAttributes.h"
+#include "core/StringUtil.h"
+#include "http/HttpRequest.h"
+#include "i18n/Translate.h"
+#include "log/Log.h"
+#include "server/IncomingFile.h"
+#include "server/MakeDirectoryRequestProcessor.h"
+#include "server/TextFormat.h"
+#include "server/UploadProgressTable.h"
+#include "share/MountManager.h"
+
+namespace Zarn {
+
+std::optional<std::string> UploadRequestProcessor::StoredName(std::string_view sent) {
+    size_t separator = sent.find_last_of("/\\");
+    std::string name(separator == std::string_view::npos ? sent : sent.substr(separator + 1));
+    if (!MakeDirectoryRequestProcessor::IsAcceptableName(name)) return std::nullopt;
+    return name;
+}
+
+void UploadRequestProcessor::ReceiveFile(HttpRequest& request) {
+    LogTranslated(kLogProgress, "ReceiveFile 시작");
+    request_ = &request;
+    total_ = request.GetContentLength();
+    started_ = progress_.Now();
+    // Entries are otherwise purged only when a progress page is asked for.
+    progress_.Purge();
+
+    std::string path = request.GetPath();
+    if (!path.empty() && path.back() != '/') path += '/';
+    std::string folder = mounts_.Resolve(path);
+    uint32_t attributes = folder.empty() ? kInvalidAttributes : GetFileAttributes(folder);
+    has_key_ = request.GetQueryParameter("key", key_);
+    if (!has_key_) {
+        results_.push_back({Translate("GET[key]가 없습니다."), false});
+    } else if (attributes == kInvalidAttributes || (attributes & kAttributeDirectory) == 0) {
+        results_.push_back({Translate("업로드 대상으로 지정된 폴더가 존재하지 않습니다."), false});
+        Publish(UploadProgress::kFailed, "");
+    } else {
+        try {
+            ReceiveParts(request, folder);
+        } catch (const std::exception& error) {
+            // The connection broke or the transfer was kicked: no answer can be sent.
+            Publish(UploadProgress::kFailed, current_name_);
+            LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)", error.what());
+            throw;
+        }
+    }
+    bool succeeded = std::all_of(results_.begin(), results_.end(),
+                                 [](const Result& result) { return result.succeeded; });
+    if (succeeded) {
+        LogTranslated(kLogProgress, "ReceiveFile 성공");
+    } else {
+        LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)", results_.front().text.c_str());
+    }
+    SendAnswer(request, succeeded);
+}
+
+void UploadRequestProcessor::ReceiveParts(HttpRequest& request, const std::string& folder) {
+    MultipartPart part;
+    while (request.ReadNextPart(part)) {
+        if (part.name != "uploadfile") continue;
+        std::string sent(Trim(part.file_name, "\r\n\t "));
+        if (sent.empty()) continue;  // a file input left empty
+        LogTranslated(kLogProgress, "파일: %s", sent.c_str());
+        std::optional<std::string> name = StoredName(sent);
+        if (!name) {
+            results_.push_back(
+                {FormatTranslated("%s: 파일을 열지 못했습니다.", sent.c_str()), false});
+            continue;
+        }
+        results_.push_back(ReceivePart(request, folder, *name));
+    }
+    if (results_.empty()) results_.push_back({Translate("올릴 파일이 없습니다."), false});
+    bool succeeded = std::all_of(results_.begin(), results_.end(),
+                                 [](const Result& result) { return result.succeeded; });
+    // Finished only after the last file, so that a progress page never ends between two.
+    Publish(succeeded ? UploadProgress::kFinished : UploadProgress::kFailed, current_name_);
+}
+
+UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& request,
+                                                                   const std::string& folder,
+                                                                   const std::string& name) {
+    TransferStatusReporter& status = request.GetTransferStatus();
+    status.SetTotalSize(kDirectionUpload, total_);
+    IncomingFile file(folder, name);
+    if (!file.Create()) {
+        return {FormatTranslated("%s: 파일을 열지 못했습니다.", name.c_str()), false};
+    }
+    current_name_ = name;
+    Publish(UploadProgress::kRunning, name);
+
+    std::vector<char> buffer;
+    uint64_t stored = 0;
+    bool ended = false;
+    while (!ended) {
+        uint64_t allowance =
+            std::clamp<uint64_t>(status.GetWriteAllowance(kDirectionUpload), 1, kMaxBufferBytes);
+        buffer.resize(allowance);
+        size_t filled = 0;
+        while (filled < buffer.size() && !ended) {
+            int got = request.ReadPartData(buffer.data() + filled,
+                                           static_cast<int>(buffer.size() - filled), ended);
+            LogTranslated(kLogTrace, "%d byte received.", got);
+            filled += static_cast<size_t>(got);
+        }
+        if (filled == 0) break;
+        if (!file.Write(buffer.data(), filled)) {
+            return {FormatTranslated("%s: 파일에 쓸 수 없습니다.", name.c_str()), false};
+        }
+        stored += filled;
+        received_ += filled;
+        status.SetPosition(kDirectionUpload, received_);
+        Publish(UploadProgress::kRunning, name);
+    }
+    // The body ended before the part did: what arrived is not the whole file.
+    if (request.IsMultipartBroken()) {
+        return {FormatTranslated("%s: 업로드가 실패했습니다.", name.c_str()), false};
+    }
+    if (!file.Commit()) {
+        return {FormatTranslated("%s: 업로드 후 파일 이름 변경 실패", name.c_str()), false};
+    }
+    return {FormatTranslated("%s: %s 바이트를 받았습니다.", file.GetFinalName().c_str(),
+                             GroupDigits(stored).c_str()),
+            true};
+}
+
+void UploadRequestProcessor::Publish(int state, const std::string& name) {
+    if (!has_key_) return;
+    uint64_t speed = request_->GetTransferStatus().GetSpeed(kDirectionUpload);
+    if (speed == 0) {
+        // No recent sample yet: the average since the post began.
+        uint64_t elapsed = std::max<uint32_t>(progress_.Now() - started_, 1);
+        speed = received_ * 1000 / elapsed;
+    }
+    progress_.Put(key_, {.state = state,
+                         .file_name = name,
+                         .received = received_,
+                         .total = total_,
+                         .bytes_per_second = speed});
+}
+
+void UploadRequestProcessor::SendAnswer(HttpRequest& request, bool succeeded) {
+    std::string content;
+    for (const Result& result : results_) {
+        if (!content.empty()) content += "\r\n";
+        // The skin's upload script tells a failed upload by this class.
+        content += Concat({result.succeeded ? "<p class=\"upload-result\">"
+                                            : "<p class=\"upload-result upload-failed\">",
+                           HtmlEscape(result.text), "</p>"});
+    }
+    HtmlPageSender(request, page_)
+        .SendMessagePage(succeeded ? Translate("업로드 완료") : Translate("업로드 실패"), content,
+                         false);
+}
+
+}  // namespace Zarn

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "server/HtmlPageSender.h"
+
+namespace Zarn {
+
+class HttpRequest;
+class MountManager;
+class UploadProgressTable;
+struct MultipartPart;
+
+// Receives the files of a multipart post ("uploadfile" parts) into the folder the post
+// was sent to, publishing the progress under the request's "key" for the progress page.
+// Each file streams through one fixed buffer into a temporary file and takes its real
+// name only when complete, never replacing an existing file. Answers with a message page
+// holding one result line per file.
+class UploadRequestProcessor {
+public:
+    // The largest piece written to the file at once, whatever the speed limit allows.
+    static constexpr uint64_t kMaxBufferBytes = 1 << 20;
+
+    UploadRequestProcessor(MountManager& mounts, UploadProgressTable& progress,
+                           HtmlPageSender::Context page)
+        : mounts_(mounts), progress_(progress), page_(page) {}
+    virtual ~UploadRequestProcessor() = default;
+
+    // Throws what the connection throws; the files of a broken upload are deleted.
+    void ReceiveFile(HttpRequest& request);
+
+    // The name a file sent as `sent` is stored under: its last component after "/" or
+    // "\" (old browsers send a whole path). Nothing for a name no folder should hold.
+    [[nodiscard]] static std::optional<std::string> StoredName(std::string_view sent);
+
+private:
+    struct Result {
+        std::string text;
+        bool succeeded = false;
+    };
+
+    void ReceiveParts(HttpRequest& request, const std::string& folder);
+    Result ReceivePart(HttpRequest& request, const std::string& folder, const std::string& name);
+    void Publish(int state, const std::string& name);
+    void SendAnswer(HttpRequest& request, bool succeeded);
+
+    MountManager& mounts_;
+    UploadProgressTable& progress_;
+    HtmlPageSender::Context page_;
+
+    std::string key_;
+    bool has_key_ = false;
+    std::string current_name_;
+    uint64_t total_ = 0;
+    uint64_t received_ = 0;
+    uint32_t started_ = 0;
+    HttpRequest* request_ = nullptr;
+    std::vector<Result> results_;
+};
+
+}  // namespace Zarn

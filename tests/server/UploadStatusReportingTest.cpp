@@ -1,0 +1,149 @@
+// The progress page over a real connection, with the clock and the waits in the test's
+// hands.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "http/HttpRequest.h"
+#include "http/WebServer.h"
+#include "server/IncomingFile.h"
+#include "server/UploadProgressTable.h"
+#include "server/UploadStatusReportingRequestProcessor.h"
+#include "support/HttpClient.h"
+#include "support/TempFolder.h"
+
+namespace Zarn {
+namespace {
+
+using std::chrono::milliseconds;
+using testing::FunctionHandler;
+
+class UploadStatusReportingTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        handler_ = std::make_unique<FunctionHandler>([this](HttpRequest& request) {
+            UploadStatusReportingRequestProcessor(table_, [this](milliseconds wait) {
+                waits_.push_back(wait);
+                now_ += static_cast<uint32_t>(wait.count());
+                if (on_wait_) on_wait_(waits_.size());
+                return true;
+            }).SendStatus(request);
+        });
+        server_.SetRequestHandler(handler_.get());
+        ASSERT_TRUE(server_.Listen(0));
+    }
+
+    std::string Page(const std::string& key) {
+        return testing::Get(server_.GetPort(), "/?action=UploadStatus&key=" + key).body;
+    }
+
+    std::atomic<uint32_t> now_{1000};
+    UploadProgressTable table_{[this] { return now_.load(); }};
+    std::vector<milliseconds> waits_;
+    std::function<void(size_t)> on_wait_;
+    std::unique_ptr<FunctionHandler> handler_;
+    WebServer server_;
+};
+
+std::string Chunk(const std::string& message, int progress) {
+    return "\n\n<script type='text/javascript' language='JavaScript'>parent.onUpdateUpload('" +
+           message + "');\nparent.onUpdateProgress(" + std::to_string(progress) + ");\n</script>\n";
+}
+
+const std::string kHead = "<meta http-equiv='Content-Type' content='text/html; charset=utf-8'>";
+
+TEST_F(UploadStatusReportingTest, AKeyNeverSeenFailsAfterTenLooks) {
+    std::string expected = kHead;
+    std::string dots;
+    for (int miss = 1; miss < 10; ++miss) {
+        dots += ".";
+        expected += Chunk("업로드 준비 중." + dots, 0);
+    }
+    expected += Chunk("업로드가 실패했습니다.", 0);
+    EXPECT_EQ(Page("nobody"), expected);
+    EXPECT_EQ(waits_, std::vector<milliseconds>(9, milliseconds(1000)));
+}
+
+TEST_F(UploadStatusReportingTest, FollowsARunningUploadToItsEnd) {
+    table_.Put("k", {.file_name = "o'neil\\<x>.bin",
+                     .received = 1024 * 1024,
+                     .total = 3 * 1024 * 1024,
+                     .bytes_per_second = 512 * 1024});
+    on_wait_ = [this](size_t count) {
+        if (count == 2) table_.Put("k", {.state = UploadProgress::kFinished, .file_name = "done"});
+    };
+    std::string page = Page("k");
+    // The name is HTML-escaped, then the whole message quoted for the script string.
+    std::string running = Chunk(
+        "<b>o&#39;neil\\\\&lt;x&gt;.bin</b><br/>1,024 KB / 3,072 KB &nbsp;(33.3%) &nbsp;512 KB/s "
+        "&nbsp;  0:00:04",
+        33);
+    std::string finished = Chunk(
+        "<b>done</b><br/>업로드가 끝났습니다. <a href=\"#\" "
+        "onClick=\"if(opener)opener.location.reload();self.close();\">[확인]</a>",
+        100);
+    EXPECT_EQ(page, kHead + running + running + finished);
+    EXPECT_EQ(waits_, std::vector<milliseconds>(2, milliseconds(3000)));
+}
+
+TEST_F(UploadStatusReportingTest, EntriesOlderThanAMinuteArePurgedByTheNextPage) {
+    table_.Put("old", {.state = UploadProgress::kFailed, .file_name = "old"});
+    now_ += 60000;
+    table_.Put("fresh", {.state = UploadProgress::kFinished, .file_name = "fresh"});
+    EXPECT_EQ(Page("old"), kHead + Chunk("<b>old</b><br/>업로드가 실패했습니다.", 0));
+    now_ += 1;
+    EXPECT_NE(Page("fresh").find("<b>fresh</b>"), std::string::npos);
+    EXPECT_EQ(table_.Size(), 1u);  // "old" went with that page
+    EXPECT_EQ(Page("old").find("<b>old</b>"), std::string::npos);
+}
+
+TEST_F(UploadStatusReportingTest, StatusTextCoversTheRemainingCases) {
+    UploadProgress slow{.received = 1000, .total = 5000 * 1024, .bytes_per_second = 0};
+    // A speed of zero counts as 1 KB/s for the time left.
+    EXPECT_EQ(UploadStatusReportingRequestProcessor::StatusText(slow),
+              "<b></b><br/>0 KB / 5,000 KB &nbsp;(0.0%) &nbsp;0 KB/s &nbsp;  1:23:20");
+    EXPECT_EQ(UploadStatusReportingRequestProcessor::Percent(slow), 0);
+    UploadProgress unknown{.received = 4096};
+    EXPECT_EQ(UploadStatusReportingRequestProcessor::StatusText(unknown), "<b></b><br/>4 KB");
+}
+
+TEST(IncomingFileTest, NumbersNamesBeforeTheLastDot) {
+    EXPECT_EQ(IncomingFile::NumberedName("report.txt", 1), "report(1).txt");
+    EXPECT_EQ(IncomingFile::NumberedName("a.tar.gz", 2), "a.tar(2).gz");
+    EXPECT_EQ(IncomingFile::NumberedName("README", 3), "README(3)");
+    EXPECT_EQ(IncomingFile::NumberedName(".profile", 1), ".profile(1)");
+}
+
+TEST(IncomingFileTest, TemporaryNamesNeverCollideAndVanishUnlessCommitted) {
+    testing::TempFolder folder;
+    IncomingFile first(folder.Path(), "same.txt");
+    IncomingFile second(folder.Path(), "same.txt");
+    ASSERT_TRUE(first.Create());
+    ASSERT_TRUE(second.Create());
+    EXPECT_EQ(first.GetTemporaryPath(), folder / "uploading_same.txt.LUMIDROP");
+    EXPECT_EQ(second.GetTemporaryPath(), folder / "uploading_same(2).txt.LUMIDROP");
+    ASSERT_TRUE(first.Write("one", 3));
+    ASSERT_TRUE(second.Write("two", 3));
+    ASSERT_TRUE(second.Commit());
+    EXPECT_EQ(second.GetFinalName(), "same.txt");
+    {
+        IncomingFile abandoned(folder.Path(), "same.txt");
+        ASSERT_TRUE(abandoned.Create());
+    }
+    ASSERT_TRUE(first.Commit());
+    EXPECT_EQ(first.GetFinalName(), "same(1).txt");
+    EXPECT_EQ(folder.Read("same.txt"), "two");
+    EXPECT_EQ(folder.Read("same(1).txt"), "one");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.Path()), {}), 2);
+
+    // A name too long for a temporary file of its own is cut for the temporary file only.
+    std::string long_name = std::string(240, 'n') + ".txt";
+    IncomingFile long_file(folder.Path(), long_name);
+    ASSERT_TRUE(long_file.Create());
+    ASSERT_TRUE(long_file.Commit());
+    EXPECT_EQ(long_file.GetFinalName(), long_name);
+}
+
+}  // namespace
+}  // namespace Zarn
