@@ -15,17 +15,29 @@ if (( want_tests )); then
     # Archives for the zip reader's tests are made by python3; one test drives curl.
     command -v python3 >/dev/null 2>&1 || missing+=(python3)
     command -v curl >/dev/null 2>&1 || missing+=(curl)
+    # The browser test drives Debian's Chromium with npm's playwright-core; no browser is
+    # ever downloaded by npm.
+    [[ -x /usr/bin/chromium ]] || missing+=(chromium)
+    command -v node >/dev/null 2>&1 || missing+=(nodejs)
+    command -v npm >/dev/null 2>&1 || missing+=(npm)
 fi
 
-(( ${#missing[@]} == 0 )) && exit 0
-
-if [[ "$(id -u)" != 0 ]]; then
-    echo "Missing packages: ${missing[*]}" >&2
-    echo "Install them with: sudo apt-get install ${missing[*]}" >&2
-    exit 1
+if (( ${#missing[@]} > 0 )); then
+    if [[ "$(id -u)" != 0 ]]; then
+        echo "Missing packages: ${missing[*]}" >&2
+        echo "Install them with: sudo apt-get install ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing: ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -q
+    apt-get install -y -q --no-install-recommends "${missing[@]}"
 fi
 
-echo "Installing: ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-apt-get update -q
-apt-get install -y -q --no-install-recommends "${missing[@]}"
+if (( want_tests )); then
+    browser_tests="$(dirname "$0")/../tests/browser"
+    if [[ ! -f "$browser_tests/node_modules/playwright-core/package.json" ]]; then
+        echo "Installing playwright-core for the browser test"
+        npm ci --prefix "$browser_tests" --no-audit --no-fund
+    fi
+fi

@@ -355,7 +355,8 @@
 
   // The answer to the post itself arrived in the hidden frame: the upload is over, one
   // way or the other. When it is one of our message pages, its words are shown, and a
-  // title with an error status ("500 ...") counts as a failure.
+  // title with an error status ("500 ...") or a result marked "upload-failed" counts as
+  // a failure.
   Uploader.prototype.onAnswer = function () {
     if (!this.sink || frameAddress(this.sink) === "about:blank" || this.answered) return;
     this.answered = true;
@@ -367,7 +368,7 @@
     if (words) this.result.textContent = words;
     if (this.finished) return;
     // The progress page may not have caught up: the answer has the last word.
-    var succeeded = !/^[45][0-9][0-9]\b/.test(heading);
+    var succeeded = !/^[45][0-9][0-9]\b/.test(heading) && !(doc && doc.querySelector(".upload-failed"));
     if (this.progressFrame && this.progressFrame.parentNode) {
       this.progressFrame.parentNode.removeChild(this.progressFrame);
     }

@@ -131,12 +131,13 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
 
 void UploadRequestProcessor::Publish(int state, const std::string& name) {
     if (!has_key_) return;
-    uint64_t speed = request_->GetTransferStatus().GetSpeed(kDirectionUpload);
-    if (speed == 0) {
-        // No recent sample yet: the average since the post began.
-        uint64_t elapsed = std::max<uint32_t>(progress_.Now() - started_, 1);
-        speed = received_ * 1000 / elapsed;
-    }
+    // The transfer's own figure covers the last five seconds; before that much time has
+    // passed it mostly measures how fast the socket buffers emptied, so the average since
+    // the post began is shown instead.
+    uint32_t elapsed = progress_.Now() - started_;
+    uint64_t speed = elapsed < kRecentSpeedMilliseconds
+                         ? received_ * 1000 / std::max<uint32_t>(elapsed, 1)
+                         : request_->GetTransferStatus().GetSpeed(kDirectionUpload);
     progress_.Put(key_, {.state = state,
                          .file_name = name,
                          .received = received_,

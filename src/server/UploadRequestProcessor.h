@@ -24,6 +24,8 @@ class UploadRequestProcessor {
 public:
     // The largest piece written to the file at once, whatever the speed limit allows.
     static constexpr uint64_t kMaxBufferBytes = 1 << 20;
+    // How long the transfer must run before its recent speed is what the progress shows.
+    static constexpr uint32_t kRecentSpeedMilliseconds = 5000;
 
     UploadRequestProcessor(MountManager& mounts, UploadProgressTable& progress,
                            HtmlPageSender::Context page)

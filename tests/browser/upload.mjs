@@ -1,0 +1,140 @@
+// The default skin in a real browser: headless Debian Chromium, driven by playwright-core,
+// against the real program. Sorts a listing, creates a folder, uploads two files through
+// the form with its live progress, sees them listed and downloads one byte for byte.
+//
+// Environment: LUMIDROP_BINARY (the program), LUMIDROP_SOURCE_DIR, LUMIDROP_BUILD_DIR
+// (where the screenshot of the finished listing goes).
+
+import { spawn } from "node:child_process";
+import { randomBytes } from "node:crypto";
+import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
+import readline from "node:readline";
+import { chromium } from "playwright-core";
+
+const binary = process.env.LUMIDROP_BINARY;
+const sourceDir = process.env.LUMIDROP_SOURCE_DIR;
+const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
+const timeout = 30000;
+
+function check(condition, what) {
+  if (!condition) throw new Error(`check failed: ${what}`);
+}
+
+// Starts the program on a free port and resolves with that port once it listens.
+function startProgram(home) {
+  const child = spawn(binary, ["--home", home, "--port", "0"], {
+    stdio: ["ignore", "pipe", "inherit"],
+  });
+  const lines = readline.createInterface({ input: child.stdout });
+  const port = new Promise((resolve, reject) => {
+    lines.on("line", (line) => {
+      const match = /listening on http:\/\/[^:]+:(\d+)\//.exec(line);
+      if (match) resolve(Number(match[1]));
+    });
+    child.on("exit", (code) => reject(new Error(`program exited with ${code}`)));
+  });
+  return { child, port };
+}
+
+const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-browser-"));
+const home = path.join(scratch, "home");
+const share = path.join(scratch, "demo");
+const picks = path.join(scratch, "picks");
+fs.mkdirSync(home);
+fs.mkdirSync(picks);
+fs.cpSync(path.join(sourceDir, "res", "demo"), share, { recursive: true });
+fs.writeFileSync(
+  path.join(home, "mount.ini"),
+  `mounts+=demo|${share}|x|yes|x|no\r\n` +
+    "authorities+=.anonymous|demo|7\r\nuiLanguageFile=English.wul\r\n" +
+    // Slow enough (KiB/s) for the progress display to be seen at work.
+    "totalUploadSpeedLimit=1024\r\n",
+);
+const big = randomBytes(3 * 1024 * 1024 + 17);
+const small = Buffer.from("Small but mighty: \u00e9\u00e8\r\n");
+fs.writeFileSync(path.join(picks, "big-picture.bin"), big);
+fs.writeFileSync(path.join(picks, "note.txt"), small);
+
+const { child, port: portPromise } = startProgram(home);
+let browser;
+let failed = false;
+try {
+  const port = await portPromise;
+  const base = `http://127.0.0.1:${port}`;
+  browser = await chromium.launch({ executablePath: "/usr/bin/chromium", headless: true });
+  const page = await browser.newPage();
+  page.setDefaultTimeout(timeout);
+  const asked = [];
+  page.on("request", (request) => asked.push(request.url()));
+  page.on("pageerror", (error) => {
+    failed = true;
+    console.error(`page error: ${error.message}`);
+  });
+
+  // Sorting by size: folders stay first, files go largest first.
+  await page.goto(`${base}/demo/documents/`);
+  await page.click("th.col-size button");
+  check((await page.getAttribute("th.col-size", "aria-sort")) === "descending", "sorted by size");
+  const sizes = await page.$$eval("tbody.entries tr.file td.col-size", (cells) =>
+    cells.map((cell) => Number(cell.textContent.replace(/[^0-9]/g, ""))),
+  );
+  check(sizes.length === 4, `four files listed, got ${sizes.length}`);
+  check(sizes.every((size, i) => i === 0 || sizes[i - 1] >= size), `sizes descending: ${sizes}`);
+
+  // A new folder from the listing page.
+  await page.goto(`${base}/demo/`);
+  await page.fill("#lumi-folder-name", "From the browser");
+  await Promise.all([page.waitForURL(`${base}/demo/`), page.click("form.mkdir-form button")]);
+  check(fs.statSync(path.join(share, "From the browser")).isDirectory(), "folder created");
+  check(
+    (await page.locator("tbody.entries tr.folder .entry-name", { hasText: "From the browser" }).count()) === 1,
+    "new folder listed",
+  );
+
+  // Two files through the form, followed to the end by the progress display.
+  await page.setInputFiles("#lumi-upload-files", [
+    path.join(picks, "big-picture.bin"),
+    path.join(picks, "note.txt"),
+  ]);
+  await page.click("form.upload-form button[type=submit]");
+  await page.waitForFunction(() =>
+    /KB \/ [0-9,]+ KB/.test(document.querySelector("form.upload-form .progress-status").textContent),
+  );
+  await page.screenshot({ path: path.join(buildDir, "browser-upload-progress.png") });
+  await page.waitForSelector("form.upload-form .upload-progress.is-done");
+  const status = await page.textContent("form.upload-form .progress-status");
+  check(/finished/i.test(status), `progress reports the end: ${status}`);
+  check((await page.textContent("form.upload-form .progress-percent")) === "100%", "at 100%");
+  check(asked.some((url) => url.includes("action=UploadStatus&key=")), "progress page polled");
+
+  // The end link brings the listing back up to date.
+  await Promise.all([
+    page.waitForEvent("load"),
+    page.click("form.upload-form .progress-status a"),
+  ]);
+  for (const name of ["big-picture.bin", "note.txt"]) {
+    check(
+      (await page.locator("tbody.entries .entry-name", { hasText: name }).count()) === 1,
+      `${name} listed`,
+    );
+  }
+  check(fs.readdirSync(share).every((name) => !name.endsWith(".LUMIDROP")), "no temporary file");
+
+  const download = await page.request.get(`${base}/demo/big-picture.bin`);
+  check(download.ok(), "download answered");
+  check(Buffer.compare(await download.body(), big) === 0, "downloaded bytes equal the upload");
+  check(fs.readFileSync(path.join(share, "note.txt")).equals(small), "small file stored exactly");
+
+  await page.screenshot({ path: path.join(buildDir, "browser-upload.png"), fullPage: true });
+  console.log("browser upload test passed");
+} catch (error) {
+  failed = true;
+  console.error(error);
+} finally {
+  if (browser) await browser.close();
+  child.kill("SIGTERM");
+  fs.rmSync(scratch, { recursive: true, force: true });
+}
+process.exit(failed ? 1 : 0);
