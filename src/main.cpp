@@ -112,6 +112,7 @@ int Serve(const CommandLine& line) {
                      settings_path.c_str());
     }
     if (!AddCommandLineMounts(line, server.GetMounts())) return 2;
+    server.GetAccounts().ApplyPendingRights();
     int port = line.port.value_or(config.port);
     if (!server.Start(port)) {
         int code = LastSocketError();

@@ -1,5 +1,7 @@
 #include "share/AccountManager.h"
 
+#include <utility>
+
 #include "config/KorvelConfig.h"
 #include "core/StringUtil.h"
 #include "core/UrlCodec.h"
@@ -64,6 +66,11 @@ void AccountManager::LoadRights(const std::vector<std::string>& elements) {
         }
         rights_[{account->second.identifier, mount->identifier}] = *rights;
     }
+}
+
+void AccountManager::ApplyPendingRights() {
+    CriticalSectionLock hold(config_.GetLock());
+    LoadRights(std::exchange(unmatched_rights_, {}));
 }
 
 bool AccountManager::CheckPassword(const std::string& name, const std::string& password) const {

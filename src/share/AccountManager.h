@@ -48,6 +48,9 @@ public:
     bool SetAccount(const std::string& name, const std::string& password);
     bool RemoveAccount(const std::string& name);
     bool SetRights(const std::string& account, const std::string& mount, uint32_t rights);
+    // Grants of the settings file whose mount did not exist at load time take effect for
+    // mounts added since (on the command line, say).
+    void ApplyPendingRights();
 
 private:
     struct Account {

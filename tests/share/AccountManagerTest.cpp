@@ -41,6 +41,16 @@ TEST_F(AccountManagerTest, ChecksPasswordsExactly) {
               (std::vector<std::string>{".anonymous", "alice", "empty"}));
 }
 
+TEST_F(AccountManagerTest, GrantsForAMountAddedLaterTakeEffectWhenApplied) {
+    Load("authorities+=.anonymous|later|7\r\n");
+    ASSERT_TRUE(mounts_->AddMount({.name = "later", .local_path = "/tmp", .is_folder = true}));
+    EXPECT_EQ(accounts_->GetRights(".anonymous", "later"), kDefaultRights);
+    accounts_->ApplyPendingRights();
+    EXPECT_EQ(accounts_->GetRights(".anonymous", "later"), 7u);
+    ASSERT_TRUE(accounts_->SetRights(".anonymous", "later", 7));
+    EXPECT_EQ(config_->authorities, std::vector<std::string>{".anonymous|later|7"});
+}
+
 TEST_F(AccountManagerTest, RightsComeFromTheTableOrTheDefault) {
     Load(
         "users+=bob|pw\r\n"
