@@ -5,9 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "background/UpdateIPStringThread.h"
+#include "background/VersionCheckThread.h"
 #include "config/HomeFolder.h"
 #include "config/KorvelConfig.h"
 #include "core/PathUtil.h"
@@ -38,16 +41,6 @@ std::string LanguageFromLocale() {
         return std::strncmp(value, "ko", 2) == 0 ? "" : "English.wul";
     }
     return "English.wul";
-}
-
-// The address shown to the owner: the machine's first network address, else loopback.
-std::string DisplayAddress() {
-    std::vector<std::string> addresses;
-    GetHostAddresses(addresses);
-    for (const std::string& address : addresses) {
-        if (!address.starts_with("127.")) return address;
-    }
-    return "127.0.0.1";
 }
 
 bool AddCommandLineMounts(const CommandLine& line, MountManager& mounts) {
@@ -120,7 +113,17 @@ int Serve(const CommandLine& line) {
                      code == 10013 || code == 10048 ? " (choose another port with --port N)" : "");
         return 1;
     }
-    std::printf("%s listening on http://%s:%d/\n", kProductName, DisplayAddress().c_str(),
+    // The start-up line waits for the address (the check server's time-outs bound it);
+    // the revision check runs on beside the server.
+    std::unique_ptr<VersionCheckThread> version_check;
+    if (config.useVersionCheck) {
+        version_check = std::make_unique<VersionCheckThread>();
+        if (!version_check->Start()) version_check.reset();
+    }
+    UpdateIPStringThread address_finder({.config = &config});
+    if (address_finder.Start()) address_finder.Join();
+    server.SetDisplayAddress(address_finder.GetAddress());
+    std::printf("%s listening on http://%s:%d/\n", kProductName, server.GetDisplayAddress().c_str(),
                 server.GetPort());
     std::fflush(stdout);
 

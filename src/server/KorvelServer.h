@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "http/WebServer.h"
@@ -37,10 +38,22 @@ public:
     [[nodiscard]] IpFilter& GetIpFilter() { return ip_filter_; }
     [[nodiscard]] GuiTransferStatusAggregator& GetTransfers() { return transfers_; }
     [[nodiscard]] ConnectionCountLimitManager& GetLimits() { return limits_; }
+
+    // The address under which visitors reach the shares, as the owner is shown it.
+    void SetDisplayAddress(std::string address) {
+        std::lock_guard hold(display_address_mutex_);
+        display_address_ = std::move(address);
+    }
+    [[nodiscard]] std::string GetDisplayAddress() const {
+        std::lock_guard hold(display_address_mutex_);
+        return display_address_;
+    }
     // Applies the four download-limit settings and the two speed limits.
     void ApplyLimits();
 
 private:
+    mutable std::mutex display_address_mutex_;
+    std::string display_address_;
     KorvelConfig& config_;
     MountManager mounts_;
     AccountManager accounts_;

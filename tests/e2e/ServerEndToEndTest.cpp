@@ -245,6 +245,18 @@ TEST(ProgramTest, StopsCleanlyAndRemembersThatItRan) {
     EXPECT_NE(home.Read("mount.ini").find("wasRunning=1\r\n"), std::string::npos);
 }
 
+TEST(ProgramTest, TheStartUpLineShowsTheAddressTheSettingsChoose) {
+    TempFolder home;
+    home.Write("mount.ini", "getPublicIP=0\r\nuseHostName=1\r\nHostName=files.example.org\r\n");
+    ProgramRunner named(home.Path());
+    EXPECT_EQ(named.ListeningLine(), "Korvel Lumidrop listening on http://files.example.org:" +
+                                         std::to_string(named.Port()) + "/\n");
+    named.Stop();
+    home.Write("mount.ini", "useHostName=0\r\npreferredLancardAddress=10.9.8.7\r\n");
+    ProgramRunner preferred(home.Path());
+    EXPECT_NE(preferred.ListeningLine().find("http://10.9.8.7:"), std::string::npos);
+}
+
 TEST(ProgramTest, RefusesATakenPortAndASecondInstance) {
     TempFolder home;
     ProgramRunner first(home.Path());

@@ -1,0 +1,139 @@
+// The address and revision checks against a check server of the tests' own.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "background/UpdateIPStringThread.h"
+#include "background/VersionCheckThread.h"
+#include "config/KorvelConfig.h"
+#include "log/Log.h"
+#include "support/LogCapture.h"
+#include "support/ScriptedHttpPeer.h"
+#include "support/TempFolder.h"
+
+namespace Zarn {
+namespace {
+
+using testing::LogCapture;
+using testing::ScriptedHttpPeer;
+
+ScriptedHttpPeer::Script Answer(std::vector<std::string> pieces) {
+    return [pieces](const std::string&) { return pieces; };
+}
+
+std::string Ok(const std::string& body) {
+    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+class AddressCheckTest : public ::testing::Test {
+protected:
+    std::string Address(const std::string& server,
+                        std::vector<std::string> local = {"192.0.2.5", "127.0.0.1"}) {
+        UpdateIPStringThread thread({.config = &config_,
+                                     .check_server = server,
+                                     .timeout_seconds = 1,
+                                     .local_addresses = [local] { return local; }});
+        EXPECT_TRUE(thread.Start());
+        thread.Join();
+        return thread.GetAddress();
+    }
+
+    testing::TempFolder home_;
+    KorvelConfig config_{home_ / "mount.ini"};
+};
+
+TEST_F(AddressCheckTest, TakesThePublicAddressTheCheckServerSees) {
+    LogCapture log(kLogNotice);
+    ScriptedHttpPeer peer(Answer({Ok("203.0.113.7\n")}));
+    EXPECT_EQ(Address(peer.Address()), "203.0.113.7");
+    EXPECT_EQ(peer.Requests().at(0).substr(0, 44),
+              "GET /lumidrop/check/ipaddr.php HTTP/1.1\r\nHos");
+    EXPECT_TRUE(log.Contains(kLogNotice, "외부에서 IP 주소를 얻어오는 중..."));
+    EXPECT_TRUE(log.Contains(kLogNotice, "IP 주소를 얻었습니다: 203.0.113.7"));
+
+    ScriptedHttpPeer chunked(
+        Answer({"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n8\r\n198.5",
+                "1.1\r\n6\r\n00.250\r\n0\r\n\r\n"}));
+    EXPECT_EQ(Address(chunked.Address()), "198.51.100.250");
+}
+
+TEST_F(AddressCheckTest, FallsBackToTheLocalRulesWhenTheAnswerIsNoAddress) {
+    ScriptedHttpPeer error_page(
+        Answer({Ok("<html><body>Database error. Try again later.</body></html>")}));
+    EXPECT_EQ(Address(error_page.Address()), "192.0.2.5");
+    ScriptedHttpPeer missing(
+        Answer({"HTTP/1.1 404 Not Found\r\nContent-Length: 7\r\n\r\n1.2.3.4"}));
+    EXPECT_EQ(Address(missing.Address()), "192.0.2.5");
+    ScriptedHttpPeer huge_head(
+        Answer({"HTTP/1.1 200 OK\r\nX: " + std::string(20000, 'x') + "\r\n\r\n1.2.3.4"}));
+    EXPECT_EQ(Address(huge_head.Address()), "192.0.2.5");
+
+    ScriptedHttpPeer silent(Answer({}));
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Address(silent.Address()), "192.0.2.5");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+
+    config_.useHostName = true;
+    config_.HostName = "files.example.org";
+    EXPECT_EQ(Address(missing.Address()), "files.example.org");
+    config_.useHostName = false;
+    config_.preferredLancardAddress = "10.1.2.3";
+    EXPECT_EQ(Address(missing.Address()), "10.1.2.3");
+    config_.preferredLancardAddress = "";
+    config_.getPublicIP = false;
+    EXPECT_EQ(Address(silent.Address(), {}), "?.?.?.?");
+}
+
+TEST_F(AddressCheckTest, CutsALongAnswerTo199Bytes) {
+    std::string long_address = "10.20.30." + std::string(300, '4');
+    ScriptedHttpPeer peer(Answer({Ok(long_address)}));
+    EXPECT_EQ(Address(peer.Address()), long_address.substr(0, 199));
+}
+
+TEST_F(AddressCheckTest, WithoutACheckServerTheNetworkIsLeftAloneAndTheOwnerToldOnce) {
+    LogCapture log(kLogNotice);
+    EXPECT_EQ(Address(""), "192.0.2.5");
+    EXPECT_EQ(VersionCheckThread("").Run(), 0u);
+    size_t notices = 0;
+    for (const auto& [level, line] : log.Lines())
+        notices += line.find("확인 서버가 설정되지 않아") == 0;
+    // Once per process: an earlier test in this process may already have said it.
+    EXPECT_LE(notices, 1u);
+    EXPECT_FALSE(log.Contains(kLogNotice, "외부에서 IP 주소를 얻어오는 중..."));
+}
+
+TEST_F(AddressCheckTest, CancelEndsAWaitOnASilentServerAtOnce) {
+    ScriptedHttpPeer silent(Answer({}));
+    UpdateIPStringThread thread({.config = &config_, .check_server = silent.Address()});
+    ASSERT_TRUE(thread.Start());
+    while (silent.Requests().empty())
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    auto start = std::chrono::steady_clock::now();
+    thread.Cancel();
+    thread.Join();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+TEST(VersionCheckTest, OnlyANewerRevisionIsReported) {
+    LogCapture log(kLogNotice);
+    for (int revision : {1186, 1187, 1188}) {
+        SCOPED_TRACE(revision);
+        ScriptedHttpPeer peer(Answer({Ok(std::to_string(revision) + "\r\n")}));
+        VersionCheckThread check(peer.Address(), 1);
+        ASSERT_TRUE(check.Start());
+        check.Join();
+        EXPECT_EQ(check.GetNewerRevision(), revision > 1187 ? revision : 0);
+        EXPECT_EQ(peer.Requests().at(0).find("GET /lumidrop/check/revision.php HTTP/1.1\r\n"), 0u);
+    }
+    EXPECT_TRUE(log.Contains(kLogNotice, "새 버전(r1188)이 나왔습니다."));
+    EXPECT_FALSE(log.Contains(kLogNotice, "새 버전(r1187)이 나왔습니다."));
+
+    ScriptedHttpPeer error_page(Answer({Ok("<html>9999</html>")}));
+    VersionCheckThread check(error_page.Address(), 1);
+    EXPECT_EQ(check.Run(), 1u);
+    EXPECT_EQ(check.GetNewerRevision(), 0);
+}
+
+}  // namespace
+}  // namespace Zarn
