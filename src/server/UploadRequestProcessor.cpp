@@ -27,6 +27,10 @@ void UploadRequestProcessor::ReceiveFile(HttpRequest& request) {
     request_ = &request;
     total_ = request.GetContentLength();
     started_ = progress_.Now();
+    // Marks the transfer as an upload before the first body byte is read, so that the
+    // upload speed limit holds from the start.
+    request.GetTransferStatus().SetTotalSize(kDirectionUpload, total_);
+    request.GetTransferStatus().SetPosition(kDirectionUpload, 0);
     // Entries are otherwise purged only when a progress page is asked for.
     progress_.Purge();
 
@@ -86,7 +90,6 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
                                                                    const std::string& folder,
                                                                    const std::string& name) {
     TransferStatusReporter& status = request.GetTransferStatus();
-    status.SetTotalSize(kDirectionUpload, total_);
     IncomingFile file(folder, name);
     if (!file.Create()) {
         return {FormatTranslated("%s: 파일을 열지 못했습니다.", name.c_str()), false};

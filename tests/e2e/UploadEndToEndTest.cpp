@@ -74,9 +74,11 @@ protected:
         share_.Write("sub/keep.txt", "keep");
     }
 
-    std::unique_ptr<ProgramRunner> Start(const std::string& rights = "7") {
-        home_.Write("mount.ini", "mounts+=docs|" + share_.Path() + "|x|yes|x|no\r\n" +
-                                     "mounts+=single.txt|" + (share_ / "a.txt") +
+    std::unique_ptr<ProgramRunner> Start(const std::string& rights = "7",
+                                         const std::string& extra_settings = "") {
+        home_.Write("mount.ini", extra_settings + "mounts+=docs|" + share_.Path() +
+                                     "|x|yes|x|no\r\n" + "mounts+=single.txt|" +
+                                     (share_ / "a.txt") +
                                      "|x|no|x|no\r\nuiLanguageFile=English.wul\r\n" +
                                      "authorities+=.anonymous|docs|" + rights + "\r\n" +
                                      "authorities+=.anonymous|single.txt|7\r\n");
@@ -196,6 +198,17 @@ TEST_F(UploadEndToEndTest, UploadingNeedsTheRight) {
     HttpResponse refused = Post(program->Port(), "/docs/?key=k", {{"uploadfile", "n.txt", "x"}});
     EXPECT_EQ(refused.status, 401);
     EXPECT_FALSE(std::filesystem::exists(share_ / "n.txt"));
+}
+
+TEST_F(UploadEndToEndTest, UploadsKeepTheUploadSpeedLimit) {
+    auto program = Start("7", "totalUploadSpeedLimit=256\r\n");  // KiB per second
+    auto start = std::chrono::steady_clock::now();
+    HttpResponse answer = Post(program->Port(), "/docs/?key=slow",
+                               {{"uploadfile", "slow.bin", std::string(512 << 10, 's')}});
+    EXPECT_EQ(answer.status, 200);
+    // Two seconds' worth of bytes; half that allows for a fast first buffer.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
+    EXPECT_EQ(share_.Read("slow.bin").size(), 512u << 10);
 }
 
 TEST_F(UploadEndToEndTest, ABrokenUploadLeavesNoTrace) {
