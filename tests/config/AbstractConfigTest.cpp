@@ -114,25 +114,5 @@ TEST(AbstractConfigTest, BadStreamsChangeNothing) {
     EXPECT_FALSE(config.Save(out));
 }
 
-TEST(AbstractConfigTest, AccessByKeyAndFirstRegistrationWins) {
-    SampleConfig config;
-    int other = 42;
-    config.Register("port", &other, 7);  // already registered: nothing happens at all
-    EXPECT_EQ(other, 42);
-    std::string value;
-    EXPECT_TRUE(config.GetItem("port", value));
-    EXPECT_EQ(value, "80");
-    EXPECT_FALSE(config.GetItem("nope", value));
-    EXPECT_FALSE(config.SetItem("files", "x"));
-    EXPECT_TRUE(config.AddToList("files", "x"));
-    std::vector<std::string> list;
-    EXPECT_TRUE(config.GetList("files", list));
-    EXPECT_EQ(list.back(), "x");
-    EXPECT_TRUE(config.ClearList("files"));
-    EXPECT_TRUE(config.files.empty());
-    EXPECT_EQ(config.ItemKeys(), (std::vector<std::string>{"a", "flag", "limit", "name", "port"}));
-    EXPECT_EQ(config.ListKeys(), (std::vector<std::string>{"files", "more"}));
-}
-
 }  // namespace
 }  // namespace Zarn

@@ -59,15 +59,6 @@ TEST(TekoFileFindTest, StarListsEveryEntryWithItsAttributes) {
         EXPECT_FALSE(found[plain].dots) << plain;
 }
 
-TEST(TekoFileFindTest, ExtensionPatternFiltersWithoutCase) {
-    TempFolder folder;
-    Populate(folder);
-    std::map<std::string, Entry> found = FindAll(folder / "*.wul");
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_TRUE(found.contains("a.wul"));
-    EXPECT_TRUE(found.contains("B.WUL"));
-}
-
 TEST(TekoFileFindTest, NoMatchOrMissingFolderFindsNothing) {
     TempFolder folder;
     Populate(folder);

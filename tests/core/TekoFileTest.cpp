@@ -163,47 +163,5 @@ TEST(TekoFileTest, SetEndTruncatesAndExtendsWithZeros) {
     EXPECT_EQ(folder.Read("f"), std::string("hello\0\0\0", 8));
 }
 
-TEST(TekoFileTest, RelativePathWithDotsBecomesAbsoluteWithItsLastName) {
-    TempFolder folder;
-    folder.Write("a.txt", "a");
-    // Climbing above the root stays at the root, so enough ".." reach it from any folder.
-    std::string up;
-    for (char c : MakeAbsolutePath("."))
-        if (c == '/') up += "../";
-    std::string relative = up + folder.Path().substr(1) + "/missing-sub/../a.txt";
-
-    TekoFile file;
-    ASSERT_TRUE(file.Open(relative, TekoFile::kModeRead));
-    EXPECT_EQ(file.GetFullPath(), folder / "a.txt");
-    EXPECT_EQ(file.GetFileName(), "a.txt");
-    EXPECT_EQ(file.GetFullPath().front(), '/');
-}
-
-TEST(TekoFileTest, GetFileSizeOfMissingPathIsAllOnes) {
-    TempFolder folder;
-    folder.Write("five", "12345");
-    EXPECT_EQ(TekoFile::GetFileSize(folder / "five"), 5u);
-    EXPECT_EQ(TekoFile::GetFileSize(folder / "missing"), ~uint64_t{0});
-}
-
-TEST(TekoFileTest, WrappedDescriptorSurvivesDestructionButNotClose) {
-    TempFolder folder;
-    folder.Write("f", "data");
-    int fd = ::open((folder / "f").c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_GE(fd, 0);
-    {
-        TekoFile wrapped(fd);
-        EXPECT_EQ(ReadAll(wrapped), "data");
-    }
-    EXPECT_NE(::fcntl(fd, F_GETFD), -1);
-
-    TekoFile wrapped(fd);
-    wrapped.Close();
-    EXPECT_FALSE(wrapped.IsOpen());
-    errno = 0;
-    EXPECT_EQ(::fcntl(fd, F_GETFD), -1);
-    EXPECT_EQ(errno, EBADF);
-}
-
 }  // namespace
 }  // namespace Zarn

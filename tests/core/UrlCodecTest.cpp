@@ -74,12 +74,5 @@ TEST(UrlCodecTest, DecodeUrlTextPrefersUtf8ThenTheCodePage) {
     EXPECT_EQ(DecodeUrlText("%C7%D1", 12345), "\xC7\xD1");
 }
 
-TEST(UrlCodecTest, DefaultCodepageIs949UntilSet) {
-    EXPECT_EQ(GetDefaultUrlCodepage(), 949);
-    SetDefaultUrlCodepage(932);
-    EXPECT_EQ(GetDefaultUrlCodepage(), 932);
-    SetDefaultUrlCodepage(949);
-}
-
 }  // namespace
 }  // namespace Zarn

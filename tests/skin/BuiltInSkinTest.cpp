@@ -1,12 +1,11 @@
 // The skin shipped in res/skin/, read from the source tree as the developer skin is: its
 // description names exactly the files that are there, every template parses, the pages the
-// server makes render completely, the links point at files the server will hand out, the
-// images are what their names say, and English covers every text.
+// server makes render completely, the links point at files the server will hand out, and
+// English covers every text.
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -15,15 +14,12 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "core/EmbeddedResources.h"
 #include "i18n/LocalizationStringTable.h"
 #include "i18n/Translate.h"
-#include "skin/Crc32.h"
-#include "skin/Inflater.h"
 #include "skin/SkinConfig.h"
 #include "skin/SkinManager.h"
 #include "skin/Unzip.h"
@@ -195,37 +191,6 @@ TEST(BuiltInSkinTest, ProgramCarriesTheSameFiles) {
     EXPECT_EQ(FindEmbeddedResource("favicon.ico"), MustRead(kRes + "favicon.ico"));
 }
 
-TEST(BuiltInSkinTest, TranslatedFilesChangeOnlyWhereTheyAskForTranslation) {
-    // Unknown variables come out as written, so the only way a translated file can differ
-    // from its source apart from its #U and #QU texts is a directive read where none was
-    // meant, such as a colour or a fragment that happens to start like one.
-    static const std::regex kTranslation(R"RE(#(Q?)U\("((?:[^"\\]|\\.)*)"\))RE");
-    for (const std::string& name : TemplateFiles()) {
-        SCOPED_TRACE(name);
-        std::string source = MustRead(kSkin + name);
-        TextTemplate file;
-        ASSERT_NO_THROW(file.Parse(source));
-        if (name == "skin.html") continue;  // the page has real directives
-
-        std::string expected;
-        auto last = source.cbegin();
-        for (auto it = std::sregex_iterator(source.begin(), source.end(), kTranslation);
-             it != std::sregex_iterator(); ++it) {
-            expected.append(last, (*it)[0].first);
-            std::string text = Translate((*it)[2].str());
-            expected += (*it)[1].length() > 0 ? "\"" + text + "\"" : text;
-            last = (*it)[0].second;
-        }
-        expected.append(last, source.cend());
-
-        TextContent nothing;
-        MemoryOutputStream out;
-        file.Write(nothing, out);
-        EXPECT_EQ(out.Data(), expected);
-        EXPECT_EQ(Leftovers(out.Data()), std::vector<std::string>{});
-    }
-}
-
 TEST(BuiltInSkinTest, FolderListsEntriesWithLinksIconsAndTotals) {
     TextContent content = FolderPage(false);
     std::string html = RenderPage(content);
@@ -280,30 +245,6 @@ TEST(BuiltInSkinTest, UploadAndFolderFormsOnlyWhereUploadIsAllowed) {
     EXPECT_NE(with.find("name=\"name\""), std::string::npos);
 }
 
-TEST(BuiltInSkinTest, RootAndEmptyFolders) {
-    TextContent root;
-    root.SetScalar("$address", "/");
-    root.SetScalar("$content", "Address: /");
-    root.SetScalar("$show_files", "1");
-    root.SetList("$files", {Row("music", "music", "", "", true)});
-    root.SetScalar("$total_size", "0");
-    AddServerVariables(root, "");
-    std::string html = RenderPage(root);
-    ExpectCompletePage(html);
-    EXPECT_NE(RowLinkingTo(html, "music/"), "");
-    EXPECT_EQ(html.find("href=\"../\""), std::string::npos);
-    EXPECT_EQ(html.find(Translate("남은 공간")), std::string::npos);
-    EXPECT_EQ(html.find(Translate("이 폴더는 비어 있습니다.")), std::string::npos);
-
-    TextContent empty = FolderPage(true);
-    empty.SetList("$files", {});
-    empty.SetScalar("$total_size", "0");
-    html = RenderPage(empty);
-    ExpectCompletePage(html);
-    EXPECT_NE(html.find(Translate("이 폴더는 비어 있습니다.")), std::string::npos);
-    EXPECT_NE(html.find("href=\"../\""), std::string::npos);
-}
-
 TEST(BuiltInSkinTest, MessagePagesShowTitleContentAndBackButton) {
     TextContent error;
     error.SetScalar("$title", "404 Not Found");
@@ -335,20 +276,6 @@ TEST(BuiltInSkinTest, MessagePagesShowTitleContentAndBackButton) {
     ExpectCompletePage(html);
     EXPECT_NE(html.find(">/music/</p>"), std::string::npos);
     EXPECT_NE(html.find(">report.txt</div>"), std::string::npos);
-}
-
-TEST(BuiltInSkinTest, LoginAndLogoutFollowTheSignedInUser) {
-    TextContent anonymous = FolderPage(false);
-    std::string html = RenderPage(anonymous);
-    EXPECT_NE(html.find("href=\"?action=Login\""), std::string::npos);
-    EXPECT_EQ(html.find("?action=Logout"), std::string::npos);
-
-    TextContent signed_in = FolderPage(false, "alice");
-    html = RenderPage(signed_in);
-    ExpectCompletePage(html);
-    EXPECT_NE(html.find("href=\"?action=Logout\""), std::string::npos);
-    EXPECT_NE(html.find(">alice</span>"), std::string::npos);
-    EXPECT_EQ(html.find("?action=Login"), std::string::npos);
 }
 
 // The server hands out a skin file only for a query of exactly "action=SkinFile", so every
@@ -389,123 +316,6 @@ TEST(BuiltInSkinTest, ReferencesToSkinFilesAreServable) {
         }
     }
     EXPECT_GT(references, 10);
-}
-
-// ---------------------------------------------------------------------------------------
-// Images
-
-uint32_t BigEndian32(const std::string& bytes, size_t at) {
-    return static_cast<uint32_t>(static_cast<unsigned char>(bytes[at])) << 24 |
-           static_cast<uint32_t>(static_cast<unsigned char>(bytes[at + 1])) << 16 |
-           static_cast<uint32_t>(static_cast<unsigned char>(bytes[at + 2])) << 8 |
-           static_cast<uint32_t>(static_cast<unsigned char>(bytes[at + 3]));
-}
-
-uint32_t LittleEndian(const std::string& bytes, size_t at, int count) {
-    uint32_t value = 0;
-    for (int i = count - 1; i >= 0; --i) {
-        value = value << 8 | static_cast<unsigned char>(bytes[at + static_cast<size_t>(i)]);
-    }
-    return value;
-}
-
-struct Size {
-    uint32_t width = 0;
-    uint32_t height = 0;
-    bool operator==(const Size&) const = default;
-};
-
-// Walks every chunk, checks its CRC, and inflates the pixels to the size the header
-// promises: a browser would show this image.
-std::optional<Size> CheckPng(const std::string& png) {
-    if (!png.starts_with("\x89PNG\r\n\x1a\n")) {
-        ADD_FAILURE() << "no PNG signature";
-        return std::nullopt;
-    }
-    Size size;
-    int bytes_per_pixel = 0;
-    std::string pixels;
-    bool ended = false;
-    for (size_t at = 8; at + 12 <= png.size() && !ended;) {
-        uint32_t length = BigEndian32(png, at);
-        if (length > png.size() - at - 12) {
-            ADD_FAILURE() << "chunk runs past the end";
-            return std::nullopt;
-        }
-        std::string kind = png.substr(at + 4, 4);
-        std::string data = png.substr(at + 8, length);
-        EXPECT_EQ(Teko::Crc32::Of(png.substr(at + 4, 4 + length)),
-                  BigEndian32(png, at + 8 + length))
-            << "CRC of " << kind;
-        if (kind == "IHDR") {
-            size = {BigEndian32(data, 0), BigEndian32(data, 4)};
-            EXPECT_EQ(data[8], 8) << "bit depth";
-            const std::map<int, int> channels{{0, 1}, {2, 3}, {4, 2}, {6, 4}};
-            EXPECT_EQ(channels.count(data[9]), 1u) << "colour type";
-            bytes_per_pixel = channels.count(data[9]) ? channels.at(data[9]) : 0;
-        } else if (kind == "IDAT") {
-            pixels += data;
-        } else if (kind == "IEND") {
-            ended = true;
-        }
-        at += 12 + length;
-    }
-    EXPECT_TRUE(ended) << "no IEND";
-    if (pixels.size() < 6 || bytes_per_pixel == 0) {
-        ADD_FAILURE() << "no image data";
-        return std::nullopt;
-    }
-    // One filter byte per row; the zlib header is two bytes and precedes raw deflate.
-    std::vector<char> raw(size.height * (1 + size.width * static_cast<uint32_t>(bytes_per_pixel)));
-    EXPECT_EQ(Teko::Inflater::Inflate(std::string_view(pixels).substr(2), raw),
-              Teko::Inflater::Result::kOk);
-    return size;
-}
-
-std::optional<Size> CheckGif(const std::string& gif) {
-    if (!gif.starts_with("GIF89a") && !gif.starts_with("GIF87a")) {
-        ADD_FAILURE() << "no GIF header";
-        return std::nullopt;
-    }
-    EXPECT_TRUE(gif.ends_with("\x3b")) << "no trailer";
-    EXPECT_NE(gif.find('\x2c'), std::string::npos) << "no image";
-    return Size{LittleEndian(gif, 6, 2), LittleEndian(gif, 8, 2)};
-}
-
-TEST(BuiltInSkinTest, ImagesAreWhatTheirNamesSay) {
-    const std::map<std::string, Size> sizes{
-        {"file.gif", {24, 24}},         {"folder.gif", {24, 24}},   {"folder_upper.gif", {24, 24}},
-        {"folder_mkdir.gif", {24, 24}}, {"plugin.gif", {24, 24}},   {"upload.gif", {24, 24}},
-        {"login.png", {24, 24}},        {"upsimple.png", {16, 16}}, {"downsimple.png", {16, 16}},
-        {"blank.png", {1, 1}},          {"logo.png", {120, 32}}};
-    for (const auto& [name, expected] : sizes) {
-        SCOPED_TRACE(name);
-        std::string bytes = MustRead(kSkin + name);
-        std::optional<Size> size = name.ends_with(".png") ? CheckPng(bytes) : CheckGif(bytes);
-        EXPECT_EQ(size, expected);
-    }
-
-    std::string icon = MustRead(kRes + "favicon.ico");
-    ASSERT_GE(icon.size(), 6u);
-    EXPECT_EQ(LittleEndian(icon, 0, 2), 0u);
-    EXPECT_EQ(LittleEndian(icon, 2, 2), 1u) << "not an icon";
-    uint32_t count = LittleEndian(icon, 4, 2);
-    ASSERT_GE(icon.size(), 6 + 16 * count);
-    std::set<uint32_t> sides;
-    for (uint32_t i = 0; i < count; ++i) {
-        size_t entry = 6 + 16 * i;
-        uint32_t side = static_cast<unsigned char>(icon[entry]);
-        uint32_t length = LittleEndian(icon, entry + 8, 4);
-        uint32_t offset = LittleEndian(icon, entry + 12, 4);
-        ASSERT_LE(uint64_t{offset} + length, icon.size());
-        EXPECT_EQ(CheckPng(icon.substr(offset, length)), (Size{side, side}));
-        sides.insert(side);
-    }
-    EXPECT_EQ(sides, (std::set<uint32_t>{16, 32}));
-
-    std::string robots = MustRead(kRes + "robots.txt");
-    EXPECT_NE(robots.find("User-agent: *\n"), std::string::npos);
-    EXPECT_NE(robots.find("Disallow: /\n"), std::string::npos);
 }
 
 // ---------------------------------------------------------------------------------------

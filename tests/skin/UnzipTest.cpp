@@ -72,31 +72,6 @@ for name, data in files: emit(name.encode()); emit(data)
     }
 }
 
-TEST_F(UnzipTest, ReadsArchivesThatCmakeWrites) {
-    if (std::system("cmake --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no cmake";
-    Zarn::testing::TempFolder folder;
-    std::mt19937 random(7);
-    std::string image(3000, '\0');
-    for (char& c : image)
-        c = static_cast<char>(random());
-    std::vector<std::pair<std::string, std::string>> files{
-        {"skin/setting.ini", "[skin]\nskin=index.html\n"},
-        {"skin/index.html", std::string(2000, 'x') + "<html>$body</html>"},
-        {"skin/img/folder.gif", image},
-        {"skin/empty.css", ""}};
-    for (const auto& [name, bytes] : files)
-        folder.Write(name, bytes);
-    std::string command =
-        "cd '" + folder.Path() + "' && cmake -E tar cf skin.zip --format=zip skin";
-    ASSERT_EQ(std::system(command.c_str()), 0);
-    std::string archive = folder.Read("skin.zip");
-
-    Unzip unzip;
-    ASSERT_TRUE(unzip.Load(archive.data(), archive.size()));
-    for (const auto& [name, bytes] : files)
-        EXPECT_EQ(unzip.Extract(name), bytes) << name;
-}
-
 TEST_F(UnzipTest, IndexesManyEntriesWhereTheFirstOfTwoNamesWins) {
     auto produced = testing::PythonProducer::Run(R"(
 buffer = io.BytesIO()

@@ -54,19 +54,6 @@ TEST(ConnectionCountLimitManagerTest, LoweredLimitRefusesNewDownloadsButEndsNone
     EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kAccepted);
 }
 
-TEST(ConnectionCountLimitManagerTest, DisabledLimitIsStoredAsTheLargestCountAndNeverRefuses) {
-    ConnectionCountLimitManager manager;
-    manager.SetTotalLimit(true, 1);
-    manager.SetPerAddressLimit(true, 1);
-    manager.SetTotalLimit(false, 1);
-    manager.SetPerAddressLimit(false, 1);
-    EXPECT_EQ(manager.GetTotalLimit(), 0x7FFFFFFF);
-    EXPECT_EQ(manager.GetPerAddressLimit(), 0x7FFFFFFF);
-    std::vector<CounterToken> tokens(50);
-    for (auto& token : tokens)
-        EXPECT_EQ(Acquire(manager, token, "10.0.0.1"), kAccepted);
-}
-
 TEST(ConnectionCountLimitManagerTest, SlotsLeaveOnlyFromTheEnd) {
     ConnectionCountLimitManager manager;
     CounterToken a, b, c;
