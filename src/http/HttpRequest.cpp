@@ -225,7 +225,7 @@ void HttpRequest::SendHeader(const std::string& name, const std::string& value) 
 
 void HttpRequest::Send(const void* bytes, size_t length) {
     if (!headers_ended_) {
-        if (!keep_alive_) pending_ += "Connection:close\r\n";
+        if (!IsKeepAlive()) pending_ += "Connection:close\r\n";
         pending_ += "\r\n";
         header_sent_ = true;
         headers_ended_ = true;
@@ -294,6 +294,14 @@ void HttpRequest::SendAll(const char* bytes, size_t length) {
 }
 
 void HttpRequest::DisposeBody() {
+    if (awaits_continue_ && connection_ != nullptr && connection_->CarryOverSize() == 0) {
+        // The client still holds the body back for our word: answering without asking for
+        // it spares it sending what would be thrown away. The connection cannot serve
+        // another request after that, so it closes.
+        body_left_unread_ = true;
+        Log(kLogTrace, "Body not asked for");
+        return;
+    }
     char scratch[8192];
     uint64_t disposed = 0;
     while (consumed_ < content_length_) {

@@ -109,7 +109,7 @@ public:
     [[nodiscard]] bool IsResponseBegun() const { return response_begun_; }
     [[nodiscard]] bool IsHeaderSent() const { return header_sent_; }
     [[nodiscard]] bool AreHeadersEnded() const { return headers_ended_; }
-    [[nodiscard]] bool IsKeepAlive() const { return keep_alive_; }
+    [[nodiscard]] bool IsKeepAlive() const { return keep_alive_ && !body_left_unread_; }
 
 private:
     void PrepareBody();
@@ -127,7 +127,8 @@ private:
     uint64_t content_length_ = 0;
     uint64_t consumed_ = 0;
     std::string boundary_;
-    bool awaits_continue_ = false;  // "Expect: 100-continue" not yet answered
+    bool awaits_continue_ = false;   // "Expect: 100-continue" not yet answered
+    bool body_left_unread_ = false;  // answered before the client sent its body
     std::unique_ptr<MultipartReader> multipart_;
     mutable std::optional<std::string> client_address_;
 

@@ -141,6 +141,14 @@ TEST_F(UploadEndToEndTest, TellsAClientThatWaitsForLeaveToSendTheBody) {
     testing::SendAll(client, body);
     EXPECT_EQ(testing::ParseResponse(testing::ReadToClose(client)).status, 200);
     EXPECT_EQ(share_.Read("asked.txt"), "asked first");
+
+    // Refused at once: the client is not asked for a body that would be thrown away.
+    TCPSocket refused = testing::ConnectTo(program->Port());
+    std::string big_head = MultipartHead("/single.txt?key=c", 1 << 30);
+    testing::SendAll(refused, big_head.insert(big_head.size() - 2, "Expect: 100-continue\r\n"));
+    HttpResponse answer = testing::ParseResponse(testing::ReadToClose(refused));
+    EXPECT_EQ(answer.status, 401);
+    EXPECT_EQ(answer.Header("Connection"), "close");
 }
 
 TEST_F(UploadEndToEndTest, NeverOverwritesAnExistingFile) {
