@@ -10,6 +10,9 @@ namespace Zarn {
 // server writes and for text fields stored in the settings file.
 [[nodiscard]] std::string UrlEncode(std::string_view bytes);
 
+// The value of one hexadecimal digit, either case; -1 for any other character.
+[[nodiscard]] int HexValue(char c);
+
 // "%hh" becomes the byte it names; a "%" without two hexadecimal digits after it (also
 // one among the last two bytes) stays as it is. "+" is not touched.
 [[nodiscard]] std::string PercentDecode(std::string_view text);

@@ -70,30 +70,22 @@ std::string BareHttpConnection::BuildHead(uint64_t body_length) const {
     return head + "\r\n";
 }
 
-void BareHttpConnection::SendAll(std::string_view bytes) {
-    while (!bytes.empty()) {
-        int sent =
-            socket_.Send(bytes.data(), static_cast<int>(std::min<size_t>(bytes.size(), 1 << 20)));
-        bytes.remove_prefix(static_cast<size_t>(sent));
-    }
-}
-
 void BareHttpConnection::SendMultipartBody() {
     std::vector<char> block(kFileBlockBytes);
     for (const FormField& field : fields_) {
-        SendAll(PartHead(field));
+        socket_.SendAll(PartHead(field));
         if (!field.is_file) {
-            SendAll(field.value);
+            socket_.SendAll(field.value);
         } else {
             TekoFile file;
             if (!file.Open(field.value, TekoFile::kModeRead))
                 throw std::runtime_error("Cannot open file");
             for (uint32_t got; (got = file.Read(block.data(), kFileBlockBytes)) > 0;)
-                SendAll(std::string_view(block.data(), got));
+                socket_.SendAll(std::string_view(block.data(), got));
         }
-        SendAll("\r\n");
+        socket_.SendAll("\r\n");
     }
-    SendAll(Concat({"--", boundary_, "--\r\n"}));
+    socket_.SendAll(Concat({"--", boundary_, "--\r\n"}));
 }
 
 int BareHttpConnection::Send() {
@@ -124,10 +116,9 @@ int BareHttpConnection::Send() {
     if (aborted_ || !socket_.Create()) return -1;
     socket_.SetTimeouts(timeout_seconds_);  // on Linux this bounds connect() as well
     if (aborted_ || !socket_.Connect(host_, 80)) return -1;
-    connected_ = true;
     try {
-        SendAll(BuildHead(body_length));
-        if (body_kind_ == BodyKind::kUrlEncoded) SendAll(body);
+        socket_.SendAll(BuildHead(body_length));
+        if (body_kind_ == BodyKind::kUrlEncoded) socket_.SendAll(body);
         if (body_kind_ == BodyKind::kMultipart) SendMultipartBody();
     } catch (const socket_exception&) {
         return -1;
@@ -187,10 +178,7 @@ bool BareHttpConnection::ReadHead() {
 }
 
 bool BareHttpConnection::GetResponseHeader(const std::string& name, std::string& value) const {
-    auto found = response_headers_.find(name);
-    if (found == response_headers_.end()) return false;
-    value = found->second;
-    return true;
+    return RequestHead::FindHeader(response_headers_, name, value);
 }
 
 bool BareHttpConnection::Fill() {
@@ -231,10 +219,7 @@ int BareHttpConnection::ReadChunked(char* buffer, int size) {
         uint64_t chunk = 0;
         size_t digits = 0;
         for (char c : line) {
-            int value = c >= '0' && c <= '9'   ? c - '0'
-                        : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                        : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                               : -1;
+            int value = HexValue(c);
             if (value < 0) break;
             if (++digits > 15) return -1;
             chunk = chunk * 16 + static_cast<uint64_t>(value);
@@ -262,7 +247,7 @@ int BareHttpConnection::ReadChunked(char* buffer, int size) {
 }
 
 int BareHttpConnection::Read(void* buffer, int size) {
-    if (!connected_ || status_ < 0 || size <= 0 || body_done_) return 0;
+    if (status_ < 0 || size <= 0 || body_done_) return 0;
     if (failed_) return -1;
     auto* out = static_cast<char*>(buffer);
     switch (framing_) {

@@ -44,9 +44,6 @@ public:
     // Ends any wait of Send or Read; callable from another thread.
     void Abort();
 
-    [[nodiscard]] const std::string& GetHost() const { return host_; }
-    [[nodiscard]] const std::string& GetPath() const { return path_; }
-
 private:
     enum class BodyKind { kNone, kUrlEncoded, kMultipart };
     enum class Framing { kLength, kChunked, kToClose };
@@ -60,7 +57,6 @@ private:
     [[nodiscard]] std::string PartHead(const FormField& field) const;
     // Sends the multipart body, files read in pieces.
     void SendMultipartBody();
-    void SendAll(std::string_view bytes);
     [[nodiscard]] bool ReadHead();
     // Makes input available; false at the end of the stream or on a failure.
     [[nodiscard]] bool Fill();
@@ -80,7 +76,6 @@ private:
 
     TCPSocket socket_;
     std::atomic<bool> aborted_{false};
-    bool connected_ = false;
     bool failed_ = false;
     bool peer_closed_ = false;
     int status_ = -1;

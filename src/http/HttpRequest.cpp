@@ -88,10 +88,7 @@ void HttpRequest::ReadForm() {
 }
 
 bool HttpRequest::GetHeader(const std::string& name, std::string& value) const {
-    auto found = head_.headers.find(name);
-    if (found == head_.headers.end()) return false;
-    value = found->second;
-    return true;
+    return RequestHead::FindHeader(head_.headers, name, value);
 }
 
 bool HttpRequest::GetQueryParameter(const std::string& name, std::string& value) const {
@@ -153,11 +150,7 @@ int HttpRequest::ReceiveBody(void* buffer, int length) {
         // The client holds the body back until told to go on; without this it waits
         // a second or so and then sends it anyway.
         awaits_continue_ = false;
-        static constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
-        for (size_t sent = 0; sent < kContinue.size();) {
-            sent += static_cast<size_t>(connection_->GetSocket().Send(
-                kContinue.data() + sent, static_cast<int>(kContinue.size() - sent)));
-        }
+        connection_->GetSocket().SendAll("HTTP/1.1 100 Continue\r\n\r\n");
     }
     auto wanted = static_cast<int>(
         std::min<uint64_t>(static_cast<uint64_t>(length), content_length_ - consumed_));

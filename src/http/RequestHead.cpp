@@ -97,6 +97,14 @@ void RequestHead::ParseHeaderLine(std::string_view line, HeaderMap& out) {
                 std::string(Trim(line.substr(colon + 1))));
 }
 
+bool RequestHead::FindHeader(const HeaderMap& headers, const std::string& name,
+                             std::string& value) {
+    auto found = headers.find(name);
+    if (found == headers.end()) return false;
+    value = found->second;
+    return true;
+}
+
 uint64_t RequestHead::ParseContentLength(std::string_view value) {
     value = Trim(value);
     if (value.empty() || value.front() < '0' || value.front() > '9') return 0;

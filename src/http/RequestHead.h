@@ -34,6 +34,9 @@ struct RequestHead {
     // Adds one header line ("Name: value") to the map. A line without ":" adds an empty
     // name with an empty value.
     static void ParseHeaderLine(std::string_view line, HeaderMap& out);
+    // The value of the header with this upper-case name; false when there is none.
+    [[nodiscard]] static bool FindHeader(const HeaderMap& headers, const std::string& name,
+                                         std::string& value);
     // A Content-Length value: its leading decimal digits (saturating); 0 when it does not
     // begin with a digit.
     [[nodiscard]] static uint64_t ParseContentLength(std::string_view value);

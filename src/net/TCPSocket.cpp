@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "net/Networking.h"
@@ -79,6 +80,13 @@ int TCPSocket::Send(const void* buffer, int length) {
         ThrowTimedOutOrLastError();
     }
     return static_cast<int>(sent);
+}
+
+void TCPSocket::SendAll(std::string_view bytes) {
+    while (!bytes.empty()) {
+        int chunk = static_cast<int>(std::min<size_t>(bytes.size(), 1 << 30));
+        bytes.remove_prefix(static_cast<size_t>(Send(bytes.data(), chunk)));
+    }
 }
 
 int TCPSocket::Receive(void* buffer, int length) {

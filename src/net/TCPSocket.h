@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "net/Socket.h"
 
@@ -25,6 +26,8 @@ public:
     // One send: returns how many bytes went (possibly fewer than `length`; callers loop).
     // Throws on an error; a length of 0 sends nothing and returns 0.
     int Send(const void* buffer, int length);
+    // Sends every byte, in as many sends as it takes; throws as Send does.
+    void SendAll(std::string_view bytes);
     // One receive: returns how many bytes came (at least 1). Throws "Connection closed"
     // when the peer has closed its side, the error's text on an error.
     int Receive(void* buffer, int length);

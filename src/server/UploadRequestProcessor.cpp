@@ -43,19 +43,18 @@ void UploadRequestProcessor::ReceiveFile(HttpRequest& request) {
         results_.push_back({Translate("GET[key]가 없습니다."), false});
     } else if (attributes == kInvalidAttributes || (attributes & kAttributeDirectory) == 0) {
         results_.push_back({Translate("업로드 대상으로 지정된 폴더가 존재하지 않습니다."), false});
-        Publish(UploadProgress::kFailed, "");
+        Publish(UploadProgress::kFailed);
     } else {
         try {
             ReceiveParts(request, folder);
         } catch (const std::exception& error) {
             // The connection broke or the transfer was kicked: no answer can be sent.
-            Publish(UploadProgress::kFailed, current_name_);
+            Publish(UploadProgress::kFailed);
             LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)", error.what());
             throw;
         }
     }
-    bool succeeded = std::all_of(results_.begin(), results_.end(),
-                                 [](const Result& result) { return result.succeeded; });
+    bool succeeded = AllSucceeded();
     if (succeeded) {
         LogTranslated(kLogProgress, "ReceiveFile 성공");
     } else {
@@ -80,10 +79,8 @@ void UploadRequestProcessor::ReceiveParts(HttpRequest& request, const std::strin
         results_.push_back(ReceivePart(request, folder, *name));
     }
     if (results_.empty()) results_.push_back({Translate("올릴 파일이 없습니다."), false});
-    bool succeeded = std::all_of(results_.begin(), results_.end(),
-                                 [](const Result& result) { return result.succeeded; });
     // Finished only after the last file, so that a progress page never ends between two.
-    Publish(succeeded ? UploadProgress::kFinished : UploadProgress::kFailed, current_name_);
+    Publish(AllSucceeded() ? UploadProgress::kFinished : UploadProgress::kFailed);
 }
 
 UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& request,
@@ -95,7 +92,7 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
         return {FormatTranslated("%s: 파일을 열지 못했습니다.", name.c_str()), false};
     }
     current_name_ = name;
-    Publish(UploadProgress::kRunning, name);
+    Publish(UploadProgress::kRunning);
 
     std::vector<char> buffer;
     uint64_t stored = 0;
@@ -118,7 +115,7 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
         stored += filled;
         received_ += filled;
         status.SetPosition(kDirectionUpload, received_);
-        Publish(UploadProgress::kRunning, name);
+        Publish(UploadProgress::kRunning);
     }
     // The body ended before the part did: what arrived is not the whole file.
     if (request.IsMultipartBroken()) {
@@ -132,7 +129,12 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
             true};
 }
 
-void UploadRequestProcessor::Publish(int state, const std::string& name) {
+bool UploadRequestProcessor::AllSucceeded() const {
+    return std::all_of(results_.begin(), results_.end(),
+                       [](const Result& result) { return result.succeeded; });
+}
+
+void UploadRequestProcessor::Publish(int state) {
     if (!has_key_) return;
     // The transfer's own figure covers the last five seconds; before that much time has
     // passed it mostly measures how fast the socket buffers emptied, so the average since
@@ -142,7 +144,7 @@ void UploadRequestProcessor::Publish(int state, const std::string& name) {
                          ? received_ * 1000 / std::max<uint32_t>(elapsed, 1)
                          : request_->GetTransferStatus().GetSpeed(kDirectionUpload);
     progress_.Put(key_, {.state = state,
-                         .file_name = name,
+                         .file_name = current_name_,
                          .received = received_,
                          .total = total_,
                          .bytes_per_second = speed});

@@ -47,7 +47,9 @@ private:
 
     void ReceiveParts(HttpRequest& request, const std::string& folder);
     Result ReceivePart(HttpRequest& request, const std::string& folder, const std::string& name);
-    void Publish(int state, const std::string& name);
+    // Stores the progress of the post under its key, for the file being received.
+    void Publish(int state);
+    [[nodiscard]] bool AllSucceeded() const;
     void SendAnswer(HttpRequest& request, bool succeeded);
 
     MountManager& mounts_;

@@ -31,10 +31,7 @@ struct LoopbackPair {
 };
 
 inline void SendAll(TCPSocket& socket, std::string_view bytes) {
-    while (!bytes.empty()) {
-        int sent = socket.Send(bytes.data(), static_cast<int>(bytes.size()));
-        bytes.remove_prefix(static_cast<size_t>(sent));
-    }
+    socket.SendAll(bytes);
 }
 
 // Bytes waiting unread in the socket's receive queue.
