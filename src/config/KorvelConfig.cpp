@@ -44,6 +44,7 @@ void KorvelConfig::RegisterAll() {
     Register("bootOnTray", &bootOnTray, false);
     Register("canRootAccess", &canRootAccess, true);
     Register("showHiddenFiles", &showHiddenFiles, false);
+    Register("followLinksOutOfMounts", &followLinksOutOfMounts, false);
     Register("totalUploadSpeedLimit", &totalUploadSpeedLimit, -1);
     Register("totalDownloadSpeedLimit", &totalDownloadSpeedLimit, -1);
     Register("useDownloadConnectionLimit", &useDownloadConnectionLimit, false);

@@ -41,6 +41,8 @@ public:
     bool bootOnTray = false;
     bool canRootAccess = true;
     bool showHiddenFiles = false;
+    // Off: a link inside a shared folder that leads out of it is treated as missing.
+    bool followLinksOutOfMounts = false;
     int totalUploadSpeedLimit = -1;
     int totalDownloadSpeedLimit = -1;
     bool useDownloadConnectionLimit = false;

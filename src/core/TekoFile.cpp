@@ -49,9 +49,17 @@ bool TekoFile::Open(const std::string& path, int mode, bool exclusive) {
     int flags = OpenFlags(mode);
     if (flags < 0 || path.empty()) return false;
     std::string full_path = MakeAbsolutePath(path);
-
     // O_NONBLOCK keeps open(2) from waiting on a FIFO; only regular files pass below.
     UniqueFd fd(::open(full_path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666));
+    return Adopt(std::move(fd), std::move(full_path), mode, exclusive);
+}
+
+bool TekoFile::OpenForReading(UniqueFd fd, const std::string& path) {
+    Close();
+    return Adopt(std::move(fd), MakeAbsolutePath(path), kModeRead, false);
+}
+
+bool TekoFile::Adopt(UniqueFd fd, std::string full_path, int mode, bool exclusive) {
     if (!fd.IsValid()) return false;
     struct stat info {};
     if (::fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;

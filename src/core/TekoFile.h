@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/UniqueFd.h"
+
 namespace Zarn {
 
 enum class SeekOrigin { kBegin, kCurrent, kEnd };
@@ -35,6 +37,10 @@ public:
 
     // Closes what is open first. False, with nothing open, on any failure.
     [[nodiscard]] virtual bool Open(const std::string& path, int mode, bool exclusive = false);
+    // Takes over a descriptor opened for reading elsewhere (with O_NONBLOCK, so that a FIFO
+    // could not block the open) as Open(path, kModeRead) would: only a regular file is
+    // kept, under a shared lock. `path` names it for GetFullPath.
+    [[nodiscard]] bool OpenForReading(UniqueFd fd, const std::string& path);
     // Bytes transferred; fewer than asked only at the end of the file or on failure.
     virtual uint32_t Read(void* buffer, uint32_t count);
     // Bytes written; fewer than asked means failure (a full disk, say).
@@ -60,6 +66,8 @@ public:
     [[nodiscard]] static uint64_t GetFileSize(const std::string& path);
 
 private:
+    [[nodiscard]] bool Adopt(UniqueFd fd, std::string full_path, int mode, bool exclusive);
+
     int fd_ = -1;
     bool opened_here_ = false;
     std::string full_path_;

@@ -1,6 +1,7 @@
 #include "core/TekoFileFind.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "core/FileAttributes.h"
 
@@ -50,6 +51,21 @@ bool TekoFileFind::FindFirst(const std::string& pattern) {
     return FindNext();
 }
 
+bool TekoFileFind::FindFirstIn(int folder_fd, const std::string& name_pattern) {
+    Close();
+    folder_.clear();
+    name_pattern_ = name_pattern;
+    if (name_pattern_.empty()) return false;
+    int fd = ::openat(folder_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return false;
+    dir_.reset(::fdopendir(fd));
+    if (!dir_) {
+        ::close(fd);
+        return false;
+    }
+    return FindNext();
+}
+
 bool TekoFileFind::FindNext() {
     if (!dir_) return false;
     while (const dirent* entry = ::readdir(dir_.get())) {
@@ -60,6 +76,13 @@ bool TekoFileFind::FindNext() {
         if (::fstatat(::dirfd(dir_.get()), entry->d_name, &info, 0) != 0 &&
             ::fstatat(::dirfd(dir_.get()), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
             continue;
+        }
+        is_link_ = entry->d_type == DT_LNK;
+        if (entry->d_type == DT_UNKNOWN) {
+            struct stat own {};
+            is_link_ =
+                ::fstatat(::dirfd(dir_.get()), entry->d_name, &own, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISLNK(own.st_mode);
         }
         name_ = std::move(name);
         info_ = info;
@@ -74,6 +97,7 @@ void TekoFileFind::Close() {
     name_.clear();
     info_ = {};
     attributes_ = 0;
+    is_link_ = false;
 }
 
 uint64_t TekoFileFind::GetSize() const {

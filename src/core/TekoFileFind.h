@@ -24,6 +24,9 @@ public:
 
     // Starts a new search (ending one still active); false when nothing matches.
     [[nodiscard]] bool FindFirst(const std::string& pattern);
+    // The same inside a folder held open (the descriptor is borrowed), with a pattern for
+    // the names only.
+    [[nodiscard]] bool FindFirstIn(int folder_fd, const std::string& name_pattern);
     // Moves to the next matching entry; false at the end.
     [[nodiscard]] bool FindNext();
     void Close();
@@ -37,6 +40,8 @@ public:
     [[nodiscard]] time_t GetCreationTime() const { return info_.st_ctime; }
     [[nodiscard]] bool IsDirectory() const;
     [[nodiscard]] bool IsDots() const { return name_.starts_with('.'); }
+    // The entry itself is a symbolic link (its status above is that of its target).
+    [[nodiscard]] bool IsLink() const { return is_link_; }
 
     // The wildcard rule above, exposed for callers that filter names themselves.
     [[nodiscard]] static bool MatchesPattern(const std::string& pattern, const std::string& name);
@@ -52,6 +57,7 @@ private:
     std::string name_;
     struct stat info_ {};
     uint32_t attributes_ = 0;
+    bool is_link_ = false;
 };
 
 }  // namespace Zarn

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "core/StringUtil.h"
 #include "core/TekoFile.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
@@ -16,6 +17,14 @@ std::string_view ExtensionOf(std::string_view path) {
     size_t dot = path.rfind('.');
     if (dot == std::string_view::npos || path.find('/', dot) != std::string_view::npos) return {};
     return path.substr(dot + 1);
+}
+
+// Types a browser renders as a document that can run scripts: HTML, XHTML, SVG and every
+// XML type (an XML file can pull in script through XSLT or an XHTML namespace).
+bool IsActiveDocument(std::string_view type) {
+    std::string lower = ToLowerAscii(type.substr(0, type.find(';')));
+    return lower.find("html") != std::string::npos || lower.find("svg") != std::string::npos ||
+           lower.ends_with("/xml") || lower.ends_with("+xml");
 }
 
 }  // namespace
@@ -61,7 +70,13 @@ void DownloadRequestProcessor::Send(HttpRequest& request) {
     status.SetTotalSize(kDirectionDownload, size);
     status.SetPosition(kDirectionDownload, start);
     request.SendHeader("Content-Length", std::to_string(length));
-    request.SendHeader("Content-Type", MimeTypeTable::Instance().Lookup(ExtensionOf(local_path_)));
+    std::string type = MimeTypeTable::Instance().Lookup(ExtensionOf(local_path_));
+    request.SendHeader("Content-Type", type);
+    // Shared files come from visitors too. A browser must neither guess a script type
+    // into a file nor run a page's scripts as this server: the page still shows, but in
+    // an origin of its own that holds no visitor's credentials.
+    request.SendHeader("X-Content-Type-Options", "nosniff");
+    if (IsActiveDocument(type)) request.SendHeader("Content-Security-Policy", "sandbox");
     request.SendFileBody(file.GetHandle(), start, length);
     request.EndResponse();
 }

@@ -84,15 +84,17 @@ void HtmlPageSender::SendRedirect(const std::string& target) {
 }
 
 void HtmlPageSender::Render(TextContent& content) {
-    std::string skin_name;
-    if (!request_.GetQueryParameter("skin", skin_name) && context_.skins != nullptr) {
-        skin_name = context_.skins->GetSelectedName();
-    }
+    if (context_.before_render) context_.before_render();
+    // "$skin" goes into script and style addresses, so it is only ever the name of the
+    // skin that renders the page: a "skin" parameter naming anything else cannot make
+    // the page load code from elsewhere.
     std::shared_ptr<const Skin> skin;
     if (context_.skins != nullptr) {
-        skin = context_.skins->Find(skin_name);
+        std::string asked;
+        if (request_.GetQueryParameter("skin", asked)) skin = context_.skins->Find(asked);
         if (!skin) skin = context_.skins->GetSelected();
     }
+    std::string skin_name = skin ? skin->GetName() : std::string(SkinManager::kBuiltInName);
     const std::string& path = request_.GetPath();
     content.SetScalar("$skin", HtmlEscape(skin_name));
     content.SetScalar("$version", kVersionText);

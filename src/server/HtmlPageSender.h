@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "template/OutputStream.h"
@@ -19,6 +20,8 @@ public:
     struct Context {
         SkinManager* skins = nullptr;
         int server_port = -1;
+        // Runs before a page is rendered (skin developers mode reloads the skins there).
+        std::function<void()> before_render{};
     };
 
     HtmlPageSender(HttpRequest& request, Context context) : request_(request), context_(context) {}

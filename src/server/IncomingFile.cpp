@@ -1,10 +1,18 @@
 #include "server/IncomingFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <tuple>
 
 #include "core/PathUtil.h"
 #include "core/StringUtil.h"
@@ -13,6 +21,8 @@ namespace Zarn {
 namespace {
 
 constexpr unsigned kMaxAttempts = 10000;
+constexpr std::string_view kTemporaryPrefix = "uploading_";
+constexpr std::string_view kTemporaryExtension = ".LUMIDROP";
 // The longest file name Linux file systems take, in bytes.
 constexpr size_t kMaxNameBytes = 255;
 
@@ -27,20 +37,84 @@ std::string CutName(const std::string& name, size_t bytes) {
 
 // A rename that fails with EEXIST instead of replacing the target. File systems without
 // RENAME_NOREPLACE get the same promise from link(), which never replaces either.
-bool RenameWithoutReplacing(const std::string& from, const std::string& to) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+bool RenameWithoutReplacing(int folder, const std::string& from, const std::string& to) {
+    if (::renameat2(folder, from.c_str(), folder, to.c_str(), RENAME_NOREPLACE) == 0) {
         return true;
     }
     if (errno != EINVAL && errno != ENOSYS) return false;
-    if (::link(from.c_str(), to.c_str()) != 0) return false;
-    ::unlink(from.c_str());
+    if (::linkat(folder, from.c_str(), folder, to.c_str(), 0) != 0) return false;
+    ::unlinkat(folder, from.c_str(), 0);
     return true;
+}
+
+// The temporary files of running uploads in this process, by folder and name. A file
+// is registered before it is created and forgotten after it is gone, so the clean-up
+// (which holds the same lock) never sees one of ours half made.
+class RunningUploads {
+public:
+    using Key = std::tuple<dev_t, ino_t, std::string>;
+
+    static RunningUploads& Instance() {
+        static RunningUploads instance;
+        return instance;
+    }
+    [[nodiscard]] std::mutex& Mutex() { return mutex_; }
+    // The caller holds Mutex() for these three.
+    void Add(const Key& key) { keys_.insert(key); }
+    void Remove(const Key& key) { keys_.erase(key); }
+    [[nodiscard]] bool Has(const Key& key) const { return keys_.contains(key); }
+
+private:
+    std::mutex mutex_;
+    std::set<Key> keys_;
+};
+
+std::optional<RunningUploads::Key> KeyOf(int folder, const std::string& name) {
+    struct stat info {};
+    if (::fstat(folder, &info) != 0) return std::nullopt;
+    return RunningUploads::Key{info.st_dev, info.st_ino, name};
+}
+
+// Another process (a second server sharing the folder) locks the files it writes too.
+bool IsLockedElsewhere(int folder, const char* name) {
+    UniqueFd fd(::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.IsValid()) return true;
+    return ::flock(fd.Get(), LOCK_EX | LOCK_NB) != 0;
 }
 
 }  // namespace
 
+IncomingFile::IncomingFile(std::string folder, std::string name)
+    : owned_folder_(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
+      folder_fd_(owned_folder_.Get()),
+      folder_(std::move(folder)),
+      name_(std::move(name)) {}
+
 IncomingFile::~IncomingFile() {
     Discard();
+}
+
+bool IncomingFile::IsTemporaryName(std::string_view name) {
+    return name.size() > kTemporaryPrefix.size() + kTemporaryExtension.size() &&
+           name.starts_with(kTemporaryPrefix) && name.ends_with(kTemporaryExtension);
+}
+
+int IncomingFile::RemoveStale(int folder_fd) {
+    UniqueFd listing(::openat(folder_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!listing.IsValid()) return 0;
+    std::unique_ptr<DIR, int (*)(DIR*)> dir(::fdopendir(listing.Get()), ::closedir);
+    if (!dir) return 0;
+    (void)listing.Release();  // the DIR owns it now
+    int removed = 0;
+    RunningUploads& running = RunningUploads::Instance();
+    std::lock_guard hold(running.Mutex());
+    while (const dirent* entry = ::readdir(dir.get())) {
+        if (!IsTemporaryName(entry->d_name)) continue;
+        std::optional<RunningUploads::Key> key = KeyOf(folder_fd, entry->d_name);
+        if (!key || running.Has(*key) || IsLockedElsewhere(folder_fd, entry->d_name)) continue;
+        if (::unlinkat(folder_fd, entry->d_name, 0) == 0) ++removed;
+    }
+    return removed;
 }
 
 std::string IncomingFile::NumberedName(const std::string& name, unsigned number) {
@@ -52,19 +126,27 @@ std::string IncomingFile::NumberedName(const std::string& name, unsigned number)
 }
 
 bool IncomingFile::Create() {
-    const std::string prefix = "uploading_";
-    const std::string extension = ".LUMIDROP";
+    const std::string prefix(kTemporaryPrefix);
+    const std::string extension(kTemporaryExtension);
+    if (folder_fd_ < 0) return false;
+    RunningUploads& running = RunningUploads::Instance();
     // Room for the prefix, the extension and a number; a long name is cut for the
     // temporary file only.
     std::string stem = CutName(name_, kMaxNameBytes - prefix.size() - extension.size() - 8);
     for (unsigned attempt = 1; attempt <= kMaxAttempts; ++attempt) {
         std::string candidate =
             Concat({prefix, attempt == 1 ? stem : NumberedName(stem, attempt), extension});
-        std::string path = JoinPath(folder_, candidate);
-        int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+        std::optional<RunningUploads::Key> key = KeyOf(folder_fd_, candidate);
+        if (!key) return false;
+        std::lock_guard hold(running.Mutex());
+        int fd = ::openat(folder_fd_, candidate.c_str(),
+                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
         if (fd >= 0) {
             fd_.Reset(fd);
-            temporary_path_ = path;
+            (void)::flock(fd, LOCK_EX | LOCK_NB);
+            running.Add(*key);
+            temporary_name_ = candidate;
+            temporary_path_ = JoinPath(folder_, candidate);
             return true;
         }
         if (errno != EEXIST) return false;
@@ -91,9 +173,9 @@ bool IncomingFile::Commit() {
     }
     for (unsigned number = 0; number <= kMaxAttempts; ++number) {
         std::string candidate = number == 0 ? name_ : NumberedName(name_, number);
-        if (RenameWithoutReplacing(temporary_path_, JoinPath(folder_, candidate))) {
+        if (RenameWithoutReplacing(folder_fd_, temporary_name_, candidate)) {
             final_name_ = candidate;
-            temporary_path_.clear();
+            Forget();
             return true;
         }
         if (errno != EEXIST) break;
@@ -104,7 +186,17 @@ bool IncomingFile::Commit() {
 
 void IncomingFile::Discard() {
     fd_.Reset();
-    if (!temporary_path_.empty()) ::unlink(temporary_path_.c_str());
+    if (!temporary_name_.empty()) ::unlinkat(folder_fd_, temporary_name_.c_str(), 0);
+    Forget();
+}
+
+void IncomingFile::Forget() {
+    if (temporary_name_.empty()) return;
+    RunningUploads& running = RunningUploads::Instance();
+    std::optional<RunningUploads::Key> key = KeyOf(folder_fd_, temporary_name_);
+    std::lock_guard hold(running.Mutex());
+    if (key) running.Remove(*key);
+    temporary_name_.clear();
     temporary_path_.clear();
 }
 

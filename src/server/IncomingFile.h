@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "core/UniqueFd.h"
 
@@ -10,12 +11,18 @@ namespace Zarn {
 // A file being received into a folder: written under a temporary name of its own and
 // moved to its real name only once complete, without ever replacing a file that is
 // already there. Until then nothing but the temporary file exists; destroying an
-// uncommitted IncomingFile deletes it, so a broken upload leaves no trace.
+// uncommitted IncomingFile deletes it, so a broken upload leaves no trace. The temporary
+// file is locked and registered while it is written, so that the clean-up of leftovers
+// from a killed program never takes a running upload's file.
 // Used by one thread.
 class IncomingFile {
 public:
-    IncomingFile(std::string folder, std::string name)
-        : folder_(std::move(folder)), name_(std::move(name)) {}
+    // Into the folder open as `folder_fd` (borrowed; it must outlive this object), so
+    // that every step happens in the folder that was checked, whatever links change.
+    IncomingFile(int folder_fd, std::string folder, std::string name)
+        : folder_fd_(folder_fd), folder_(std::move(folder)), name_(std::move(name)) {}
+    // Into the folder at this path.
+    IncomingFile(std::string folder, std::string name);
     ~IncomingFile();
     IncomingFile(const IncomingFile&) = delete;
     IncomingFile& operator=(const IncomingFile&) = delete;
@@ -38,11 +45,22 @@ public:
     // NAME(N).EXT: the number goes before the last "." (not a leading one), or at the end.
     [[nodiscard]] static std::string NumberedName(const std::string& name, unsigned number);
 
+    // True for "uploading_" ... ".LUMIDROP": half-received files, never shown nor served.
+    [[nodiscard]] static bool IsTemporaryName(std::string_view name);
+    // Deletes the temporary files in the folder that no running upload holds: the
+    // leftovers of a program that was killed. Returns how many were deleted.
+    static int RemoveStale(int folder_fd);
+
 private:
     void Discard();
+    // Drops the temporary name from the running uploads' register.
+    void Forget();
 
+    UniqueFd owned_folder_;
+    int folder_fd_ = -1;
     std::string folder_;
     std::string name_;
+    std::string temporary_name_;
     std::string temporary_path_;
     std::string final_name_;
     UniqueFd fd_;

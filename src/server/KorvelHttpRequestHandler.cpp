@@ -1,7 +1,9 @@
 #include "server/KorvelHttpRequestHandler.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include "config/KorvelConfig.h"
-#include "core/FileAttributes.h"
 #include "core/StringUtil.h"
 #include "core/TekoFile.h"
 #include "http/ByteRangeSet.h"
@@ -13,6 +15,7 @@
 #include "server/IdentificationRequestProcessor.h"
 #include "server/ListRequestProcessor.h"
 #include "server/MakeDirectoryRequestProcessor.h"
+#include "server/RequestOrigin.h"
 #include "server/RequestPath.h"
 #include "server/SystemRequestProcessor.h"
 #include "server/TextFormat.h"
@@ -38,6 +41,16 @@ bool IsSystemFile(const std::string& path, const MountManager& mounts) {
     return (path == "robots.txt" || path == "favicon.ico") && !mounts.GetMount(path);
 }
 
+void SendNotFound(HtmlPageSender& pages) {
+    pages.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+}
+
+// Whatever creates or changes something on the server; such requests must come from
+// this server's own pages.
+bool ChangesState(const HttpRequest& request, const std::string& action) {
+    return request.GetMethod() == HttpMethod::kPost || action == "MakeDirectory";
+}
+
 void SendNotYetAvailable(HtmlPageSender& pages) {
     pages.SendErrorPage(501, "Not Implemented", Translate("아직 지원하지 않는 기능입니다."));
 }
@@ -45,7 +58,11 @@ void SendNotYetAvailable(HtmlPageSender& pages) {
 }  // namespace
 
 HtmlPageSender::Context KorvelHttpRequestHandler::PageContext() const {
-    return {.skins = services_.skins, .server_port = services_.port()};
+    HtmlPageSender::Context context{.skins = services_.skins, .server_port = services_.port()};
+    if (services_.config->skinDevelopersMode) {
+        context.before_render = [this] { ReloadSkinsForDevelopers(); };
+    }
+    return context;
 }
 
 UploadProgressTable& KorvelHttpRequestHandler::Uploads() const {
@@ -54,11 +71,6 @@ UploadProgressTable& KorvelHttpRequestHandler::Uploads() const {
 
 void KorvelHttpRequestHandler::HandleRequest(HttpRequest& request) {
     try {
-        if (!services_.config->skinDevelopersMode) return Dispatch(request);
-        // Skin authors see their edits at once: every request reloads every skin, and
-        // such requests are served one at a time.
-        CriticalSectionLock hold(SkinManager::DevelopersModeLock());
-        services_.skins->LoadAll(services_.home, services_.config->defaultSkin);
         Dispatch(request);
     } catch (const socket_exception&) {
         throw;
@@ -68,6 +80,14 @@ void KorvelHttpRequestHandler::HandleRequest(HttpRequest& request) {
         HtmlPageSender(request, PageContext())
             .SendErrorPage(500, "Internal Server Error", HtmlEscape(error.what()));
     }
+}
+
+void KorvelHttpRequestHandler::ReloadSkinsForDevelopers() const {
+    if (!services_.config->skinDevelopersMode) return;
+    // Skin authors see their edits at once. Only the reload itself is serialised: a page
+    // renders from the set it started with, so a slow client holds up nobody.
+    CriticalSectionLock hold(SkinManager::DevelopersModeLock());
+    services_.skins->LoadAll(services_.home, services_.config->defaultSkin);
 }
 
 void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
@@ -88,14 +108,17 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
     if (IsSystemFile(path, *services_.mounts))
         return SystemRequestProcessor().SendSystemFile(request);
     if (action == "SkinFile" && query_count == 1) {
+        ReloadSkinsForDevelopers();
         return SystemRequestProcessor().SendSkinFile(request);
     }
-    if (action == "PluginResource") {
-        return pages.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
-    }
+    if (action == "PluginResource") return SendNotFound(pages);
     if (!services_.ip_filter->IsAdmitted(request.GetClientAddress())) {
         return pages.SendErrorPage(403, "Forbidden",
                                    Translate("이 주소에서는 접근할 수 없습니다."));
+    }
+    if (ChangesState(request, action) && IsCrossSiteRequest(request)) {
+        return pages.SendErrorPage(403, "Forbidden",
+                                   Translate("다른 사이트에서 보낸 요청은 받지 않습니다."));
     }
     if (action == "UploadStatus" && query_count == 2) {
         return UploadStatusReportingRequestProcessor(Uploads()).SendStatus(request);
@@ -132,12 +155,14 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
         return ListRequestProcessor(std::move(listing)).SendList(request);
     }
     std::string mount(MountNameOf(path));
-    if (!services_.mounts->GetMount(mount)) {
-        return pages.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+    bool show_hidden = services_.config->showHiddenFiles;
+    // What is not listed is not shared either: hidden names and half-received uploads
+    // are missing to visitors, whatever they ask of them.
+    if (!services_.mounts->GetMount(mount) || !IsVisiblePath(path, show_hidden)) {
+        return SendNotFound(pages);
     }
     std::optional<uint32_t> rights = services_.accounts->GetRights(user, mount);
     if (!rights) return pages.SendLoginRefused();
-    std::string local_path = services_.mounts->Resolve(path);
     size_t query_count = request.GetQueryParameters().size();
 
     if ((action == "Subdir" && query_count == 1) || action == "Plugin") {
@@ -146,32 +171,34 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     }
     if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
-        return UploadRequestProcessor(*services_.mounts, Uploads(), PageContext())
+        return UploadRequestProcessor(*services_.mounts, Uploads(), PageContext(), show_hidden)
             .ReceiveFile(request);
     }
     if (action == "MakeDirectory") {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
-        return MakeDirectoryRequestProcessor(*services_.mounts, PageContext())
+        return MakeDirectoryRequestProcessor(*services_.mounts, PageContext(), show_hidden)
             .MakeDirectory(request);
     }
-    uint32_t attributes = local_path.empty() ? kInvalidAttributes : GetFileAttributes(local_path);
-    if ((attributes & kAttributeOffline) != 0) {
-        return pages.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
-    }
-    if ((attributes & kAttributeDirectory) != 0) {
+    // A path that leads out of its mount through a link is missing, like one that is.
+    std::optional<LocalTarget> target = services_.mounts->ResolveTarget(path);
+    struct stat info {};
+    if (!target || !target->Stat(info)) return SendNotFound(pages);
+    if (S_ISDIR(info.st_mode)) {
         if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
         listing.rights = *rights;
-        listing.local_path = local_path;
+        listing.local_path = target->local_path;
+        listing.target = &*target;
         return ListRequestProcessor(std::move(listing)).SendList(request);
     }
     if ((*rights & kRightDownload) == 0) return pages.SendLoginRefused();
-    ServeFile(request, pages, local_path);
+    ServeFile(request, pages, *target);
 }
 
 void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& pages,
-                                         const std::string& local_path) {
+                                         const LocalTarget& target) {
     auto file = std::make_unique<TekoFile>();
-    if (!file->Open(local_path, TekoFile::kModeRead)) {
+    // O_NONBLOCK: a FIFO must not hold the open; OpenForReading refuses all but files.
+    if (!file->OpenForReading(target.Open(O_RDONLY | O_NONBLOCK | O_NOCTTY), target.local_path)) {
         return pages.SendErrorPage(500, "Internal Server Error",
                                    Translate("파일을 열지 못했습니다."));
     }
@@ -196,7 +223,7 @@ void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& p
             total ? Translate("동시 다운로드 수가 한도에 이르렀습니다.")
                   : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
     }
-    DownloadRequestProcessor(local_path, ranged, std::move(ranges), std::move(file))
+    DownloadRequestProcessor(target.local_path, ranged, std::move(ranges), std::move(file))
         .SendFile(request);
 }
 

@@ -17,6 +17,7 @@ class KorvelConfig;
 class MountManager;
 class SkinManager;
 class UploadProgressTable;
+struct LocalTarget;
 
 // The single entry point of every parsed request: validates the path, applies the IP
 // filter and the account check, picks the one processor that serves the request, and
@@ -45,7 +46,10 @@ private:
     void Dispatch(HttpRequest& request);
     // The branches that need a mount, after the account check.
     void DispatchMounted(HttpRequest& request, HtmlPageSender& pages, const std::string& user);
-    void ServeFile(HttpRequest& request, HtmlPageSender& pages, const std::string& local_path);
+    void ServeFile(HttpRequest& request, HtmlPageSender& pages, const LocalTarget& target);
+    // In skin developers mode, every skin is loaded anew before a page or a skin file is
+    // served, so that edits show at once.
+    void ReloadSkinsForDevelopers() const;
     [[nodiscard]] HtmlPageSender::Context PageContext() const;
     [[nodiscard]] UploadProgressTable& Uploads() const;
 

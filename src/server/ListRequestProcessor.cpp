@@ -1,20 +1,24 @@
 #include "server/ListRequestProcessor.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <algorithm>
 #include <ctime>
 
 #include "config/KorvelConfig.h"
-#include "core/FileAttributes.h"
 #include "core/StringUtil.h"
 #include "core/TekoFileFind.h"
+#include "core/UniqueFd.h"
 #include "core/UrlCodec.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
+#include "server/RequestPath.h"
 #include "server/TextFormat.h"
 #include "share/AccountManager.h"
+#include "share/LocalTarget.h"
 #include "share/MountManager.h"
 #include "skin/SkinManager.h"
 
@@ -30,9 +34,9 @@ std::string DateOf(time_t time) {
     return FormatListingDate(local);
 }
 
-std::string FreeSpaceOf(const std::string& folder) {
+std::string FreeSpaceOf(int folder_fd) {
     struct statvfs info {};
-    if (::statvfs(folder.c_str(), &info) != 0) return {};
+    if (::fstatvfs(folder_fd, &info) != 0) return {};
     return GroupDigits(static_cast<uint64_t>(info.f_bavail) * info.f_frsize);
 }
 
@@ -71,19 +75,33 @@ void ListRequestProcessor::SendFolder(HttpRequest& request) {
     TextContent page;
     page.SetScalar("$address", HtmlEscape(Concat({"/", path})));
     page.SetScalar("$content", Translate("주소: /") + HtmlEscape(path));
-    if (show_upper) page.SetScalar("$free_space", FreeSpaceOf(options_.local_path));
+    UniqueFd folder =
+        options_.target != nullptr
+            ? options_.target->Open(O_PATH | O_DIRECTORY)
+            : UniqueFd(::open(options_.local_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (show_upper) page.SetScalar("$free_space", FreeSpaceOf(folder.Get()));
     if (upload_allowed) page.SetScalar("$upload_path", UrlEncode(Concat({"/", path})));
-    SendPage(request, ReadFolder(), std::move(page), show_upper);
+    SendPage(request, ReadFolder(folder.Get()), std::move(page), show_upper);
 }
 
-std::vector<ListRequestProcessor::Entry> ListRequestProcessor::ReadFolder() const {
+bool ListRequestProcessor::IsShown(const TekoFileFind& find) const {
+    const std::string& name = find.GetName();
+    if (name == "." || name == ".." || !IsVisibleName(name, options_.config->showHiddenFiles)) {
+        return false;
+    }
+    // A link that leads out of the mount would only answer "not found".
+    struct stat info {};
+    return !find.IsLink() || options_.target == nullptr ||
+           options_.target->folder.StatBelow(options_.target->Below(name), info);
+}
+
+std::vector<ListRequestProcessor::Entry> ListRequestProcessor::ReadFolder(int folder_fd) const {
     std::vector<Entry> entries;
-    bool show_hidden = options_.config->showHiddenFiles;
     TekoFileFind find;
-    for (bool found = find.FindFirst(options_.local_path + "/*"); found; found = find.FindNext()) {
+    for (bool found = folder_fd >= 0 && find.FindFirstIn(folder_fd, "*"); found;
+         found = find.FindNext()) {
+        if (!IsShown(find)) continue;
         const std::string& name = find.GetName();
-        if (name == "." || name == "..") continue;
-        if (!show_hidden && (find.GetAttributes() & kAttributeHidden) != 0) continue;
         Entry entry{
             .name = name, .date = {}, .size = {}, .bytes = 0, .is_folder = find.IsDirectory()};
         if (!entry.is_folder) {

@@ -11,6 +11,8 @@ namespace Zarn {
 class HttpRequest;
 class KorvelConfig;
 class MountManager;
+class TekoFileFind;
+struct LocalTarget;
 
 // Answers a request for a folder: the list of mounts at the root, or the entries of a
 // mounted folder, rendered through the skin. Folders come first, then files, each by
@@ -23,8 +25,10 @@ public:
         HtmlPageSender::Context page{};
         // The user's rights on the mount of the path (ignored at the root).
         uint32_t rights = 0;
-        // The local folder of the path (ignored at the root).
+        // The local folder of the path (ignored at the root): opened through `target` when
+        // there is one, so that the listing stays inside the mount; by path otherwise.
         std::string local_path{};
+        const LocalTarget* target = nullptr;
     };
 
     explicit ListRequestProcessor(Options options) : options_(std::move(options)) {}
@@ -43,7 +47,8 @@ private:
 
     void SendRoot(HttpRequest& request);
     void SendFolder(HttpRequest& request);
-    [[nodiscard]] std::vector<Entry> ReadFolder() const;
+    [[nodiscard]] std::vector<Entry> ReadFolder(int folder_fd) const;
+    [[nodiscard]] bool IsShown(const TekoFileFind& find) const;
     void SendPage(HttpRequest& request, std::vector<Entry> entries, TextContent page,
                   bool show_upper);
 

@@ -1,13 +1,16 @@
 #include "server/MakeDirectoryRequestProcessor.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
-#include "core/FileAttributes.h"
-#include "core/PathUtil.h"
+#include <optional>
+
 #include "core/StringUtil.h"
+#include "core/UniqueFd.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
+#include "server/RequestPath.h"
 #include "server/TextFormat.h"
 #include "share/MountManager.h"
 
@@ -27,16 +30,18 @@ void MakeDirectoryRequestProcessor::MakeDirectory(HttpRequest& request) {
     std::string name;
     if (!request.GetQueryParameter("name", name)) (void)request.GetFormParameter("name", name);
     name = std::string(Trim(name));
-    std::string folder = mounts_.Resolve(request.GetPath());
+    std::optional<LocalTarget> target = mounts_.ResolveTarget(request.GetPath());
+    struct stat info {};
     bool made = false;
     if (name.empty()) {
         message = Translate("폴더 이름이 입력되지 않았습니다.");
-    } else if (folder.empty()) {
+    } else if (!target || !target->Stat(info)) {
         message = Translate("폴더를 만들도록 지정된 폴더가 존재하지 않습니다.");
-    } else if ((GetFileAttributes(folder) & kAttributeDirectory) == 0) {
+    } else if (!S_ISDIR(info.st_mode)) {
         message = Translate("업로드가 금지된 폴더입니다.");
-    } else if (IsAcceptableName(name)) {
-        made = ::mkdir(JoinPath(folder, name).c_str(), 0755) == 0;
+    } else if (IsAcceptableName(name) && IsVisibleName(name, show_hidden_)) {
+        UniqueFd folder = target->Open(O_PATH | O_DIRECTORY);
+        made = folder.IsValid() && ::mkdirat(folder.Get(), name.c_str(), 0755) == 0;
     }
     HtmlPageSender pages(request, page_);
     if (made) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "core/StringUtil.h"
+#include "server/IncomingFile.h"
 
 namespace Zarn {
 
@@ -34,6 +35,20 @@ std::string NormalizeRequestPath(std::string_view path) {
         !path.empty() && (path.back() == '/' || path.ends_with("/.") || path.ends_with("/.."));
     if (trailing && !normal.empty()) normal += '/';
     return normal;
+}
+
+bool IsVisibleName(std::string_view name, bool show_hidden) {
+    if (IncomingFile::IsTemporaryName(name)) return false;
+    return show_hidden || !name.starts_with('.');
+}
+
+bool IsVisiblePath(std::string_view path, bool show_hidden) {
+    size_t slash = path.find('/');
+    if (slash == std::string_view::npos) return true;
+    for (std::string_view segment : Split(path.substr(slash + 1), '/')) {
+        if (!segment.empty() && !IsVisibleName(segment, show_hidden)) return false;
+    }
+    return true;
 }
 
 std::string_view MountNameOf(std::string_view path) {

@@ -16,6 +16,14 @@ namespace Zarn {
 // the root); a trailing slash is kept. "/x" gives "x", "a/../b" gives "b".
 [[nodiscard]] std::string NormalizeRequestPath(std::string_view path);
 
+// Whether visitors may see, fetch or make an entry of this name: never a half-received
+// upload, and a name beginning with "." only when hidden files are shared.
+[[nodiscard]] bool IsVisibleName(std::string_view name, bool show_hidden);
+
+// The same for every segment of a request path below its mount (the mount's own name is
+// the owner's choice and always counts as visible).
+[[nodiscard]] bool IsVisiblePath(std::string_view path, bool show_hidden);
+
 // The first segment (the mount name) and what follows it.
 [[nodiscard]] std::string_view MountNameOf(std::string_view path);
 

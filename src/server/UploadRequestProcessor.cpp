@@ -1,14 +1,17 @@
 #include "server/UploadRequestProcessor.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 
-#include "core/FileAttributes.h"
 #include "core/StringUtil.h"
+#include "core/UniqueFd.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
 #include "server/IncomingFile.h"
 #include "server/MakeDirectoryRequestProcessor.h"
+#include "server/RequestPath.h"
 #include "server/TextFormat.h"
 #include "server/UploadProgressTable.h"
 #include "share/MountManager.h"
@@ -36,17 +39,19 @@ void UploadRequestProcessor::ReceiveFile(HttpRequest& request) {
 
     std::string path = request.GetPath();
     if (!path.empty() && path.back() != '/') path += '/';
-    std::string folder = mounts_.Resolve(path);
-    uint32_t attributes = folder.empty() ? kInvalidAttributes : GetFileAttributes(folder);
+    std::optional<LocalTarget> target = mounts_.ResolveTarget(path);
+    UniqueFd folder = target ? target->Open(O_PATH | O_DIRECTORY) : UniqueFd();
     has_key_ = request.GetQueryParameter("key", key_);
     if (!has_key_) {
         results_.push_back({Translate("GET[key]가 없습니다."), false});
-    } else if (attributes == kInvalidAttributes || (attributes & kAttributeDirectory) == 0) {
+    } else if (!folder.IsValid()) {
         results_.push_back({Translate("업로드 대상으로 지정된 폴더가 존재하지 않습니다."), false});
         Publish(UploadProgress::kFailed);
     } else {
+        // Whatever a killed program left half-received here goes before anything new.
+        IncomingFile::RemoveStale(folder.Get());
         try {
-            ReceiveParts(request, folder);
+            ReceiveParts(request, {folder.Get(), target->local_path});
         } catch (const std::exception& error) {
             // The connection broke or the transfer was kicked: no answer can be sent.
             Publish(UploadProgress::kFailed);
@@ -63,7 +68,7 @@ void UploadRequestProcessor::ReceiveFile(HttpRequest& request) {
     SendAnswer(request, succeeded);
 }
 
-void UploadRequestProcessor::ReceiveParts(HttpRequest& request, const std::string& folder) {
+void UploadRequestProcessor::ReceiveParts(HttpRequest& request, const Folder& folder) {
     MultipartPart part;
     while (request.ReadNextPart(part)) {
         if (part.name != "uploadfile") continue;
@@ -71,7 +76,7 @@ void UploadRequestProcessor::ReceiveParts(HttpRequest& request, const std::strin
         if (sent.empty()) continue;  // a file input left empty
         LogTranslated(kLogProgress, "파일: %s", sent.c_str());
         std::optional<std::string> name = StoredName(sent);
-        if (!name) {
+        if (!name || !IsVisibleName(*name, show_hidden_)) {
             results_.push_back(
                 {FormatTranslated("%s: 파일을 열지 못했습니다.", sent.c_str()), false});
             continue;
@@ -84,10 +89,10 @@ void UploadRequestProcessor::ReceiveParts(HttpRequest& request, const std::strin
 }
 
 UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& request,
-                                                                   const std::string& folder,
+                                                                   const Folder& folder,
                                                                    const std::string& name) {
     TransferStatusReporter& status = request.GetTransferStatus();
-    IncomingFile file(folder, name);
+    IncomingFile file(folder.fd, folder.path, name);
     if (!file.Create()) {
         return {FormatTranslated("%s: 파일을 열지 못했습니다.", name.c_str()), false};
     }

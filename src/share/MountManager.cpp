@@ -1,5 +1,7 @@
 #include "share/MountManager.h"
 
+#include <algorithm>
+
 #include "config/KorvelConfig.h"
 #include "core/PathUtil.h"
 #include "core/StringUtil.h"
@@ -115,6 +117,30 @@ std::string MountManager::Resolve(std::string_view virtual_path) const {
     if (path.empty() || path.back() != '/') path += '/';
     path += remainder;
     return path;
+}
+
+std::optional<LocalTarget> MountManager::ResolveTarget(std::string_view virtual_path) const {
+    std::string local_path = Resolve(virtual_path);
+    if (local_path.empty()) return std::nullopt;
+    std::optional<Mount> mount =
+        GetMount(std::string(virtual_path.substr(0, virtual_path.find('/'))));
+    if (!mount) return std::nullopt;
+    if (!mount->is_folder) {
+        size_t slash = local_path.find_last_of('/');
+        std::string folder =
+            slash == std::string::npos ? "." : local_path.substr(0, std::max<size_t>(slash, 1));
+        std::optional<ConfinedFolder> opened = ConfinedFolder::Open(folder, false);
+        if (!opened) return std::nullopt;
+        std::string name = slash == std::string::npos ? local_path : local_path.substr(slash + 1);
+        return LocalTarget{std::move(*opened), std::move(name), std::move(local_path)};
+    }
+    bool confined = !config_.followLinksOutOfMounts;
+    std::optional<ConfinedFolder> opened = ConfinedFolder::Open(mount->local_path, confined);
+    if (!opened) return std::nullopt;
+    size_t slash = virtual_path.find('/');
+    std::string relative(slash == std::string_view::npos ? std::string_view()
+                                                         : virtual_path.substr(slash + 1));
+    return LocalTarget{std::move(*opened), std::move(relative), std::move(local_path)};
 }
 
 bool MountManager::AddMount(Mount mount) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/CriticalSection.h"
+#include "share/LocalTarget.h"
 
 namespace Zarn {
 
@@ -53,6 +54,11 @@ public:
     // itself), or empty when nothing there may be served: an unknown name, anything below
     // a single-file mount, and a remainder holding a NUL byte or a "." or ".." segment.
     [[nodiscard]] std::string Resolve(std::string_view virtual_path) const;
+    // The same place, opened for use: the mount's folder held open and the path below it,
+    // confined to the folder unless the setting followLinksOutOfMounts is on. A single-file
+    // mount is the file in its folder, unconfined (the owner chose that very file).
+    // Nothing where Resolve gives nothing or the mount's folder cannot be opened.
+    [[nodiscard]] std::optional<LocalTarget> ResolveTarget(std::string_view virtual_path) const;
 
     // Each changes the registry and saves the settings file; false when the name is
     // taken (add, rename) or unknown (modify, remove), or the save failed.

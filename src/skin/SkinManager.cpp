@@ -15,6 +15,15 @@ Skin::FileReader FolderReader(const std::string& folder) {
     return [folder](const std::string& name) { return ReadWholeFile(JoinPath(folder, name)); };
 }
 
+// The name as a log line may show it: control characters become "?".
+std::string Printable(std::string_view name) {
+    std::string shown(name);
+    for (char& c : shown) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    }
+    return shown;
+}
+
 std::shared_ptr<const Skin> BuildBuiltIn() {
     std::optional<std::string_view> archive = FindEmbeddedResource(SkinManager::kBuiltInResource);
     if (!archive) return nullptr;
@@ -43,6 +52,11 @@ void SkinManager::LoadFolderSkins(const std::string& home,
     for (bool found = find.FindFirst(JoinPath(folder, "*")); found; found = find.FindNext()) {
         if (find.IsDots() || !find.IsDirectory()) continue;
         std::string name = find.GetName();
+        if (!IsAcceptableName(name)) {
+            LogTranslated(kLogError, "스킨 이름에 쓸 수 없는 글자가 있어 건너뜁니다: %s",
+                          Printable(name).c_str());
+            continue;
+        }
         if (auto skin = Skin::Build(name, FolderReader(JoinPath(folder, name)))) {
             skins[name] = std::move(skin);
         }
@@ -79,8 +93,20 @@ void SkinManager::SelectDefault(const std::string& default_skin) {
     }
 }
 
+bool SkinManager::IsAcceptableName(std::string_view name) {
+    if (name.empty()) return false;
+    for (char c : name) {
+        auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F ||
+            std::string_view("/\\:%?#").find(c) != std::string_view::npos) {
+            return false;
+        }
+    }
+    return true;
+}
+
 void SkinManager::Register(std::shared_ptr<const Skin> skin) {
-    if (!skin) return;
+    if (!skin || !IsAcceptableName(skin->GetName())) return;
     std::lock_guard lock(mutex_);
     skins_.insert_or_assign(skin->GetName(), std::move(skin));
 }

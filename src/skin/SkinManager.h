@@ -32,6 +32,11 @@ public:
     // Loads every skin anew, then selects `default_skin` (or the built-in one).
     void LoadAll(const std::string& home, const std::string& default_skin);
 
+    // A skin's name goes into the addresses of its pages' scripts and styles, so it never
+    // holds "/", "\\", ":", "%", "?", "#" or a control character; a folder skin so named
+    // is skipped with a log line, and Register ignores such a skin.
+    [[nodiscard]] static bool IsAcceptableName(std::string_view name);
+
     void Register(std::shared_ptr<const Skin> skin);
     [[nodiscard]] bool Has(std::string_view name) const;
     // Selects a registered skin; false (nothing changes) for an unknown name.

@@ -25,6 +25,7 @@ const std::string kHandWritten =
     "defaultSkin=\r\n"
     "defaultUrlCodepage=949\r\n"
     "downloadConnectionLimit=4\r\n"
+    "followLinksOutOfMounts=0\r\n"
     "getPublicIP=0\r\n"
     "lastAddMountDirectory=/home/me\r\n"
     "perIPdownloadConnectionLimit=2\r\n"

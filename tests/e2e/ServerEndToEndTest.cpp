@@ -215,7 +215,8 @@ TEST_F(ServerEndToEndTest, CreatesFoldersWhereUploadingIsAllowed) {
         {"/docs/?action=MakeDirectory&name=..", "Could not create the folder."},
         {"/docs/?action=MakeDirectory&name=a%2fb", "Could not create the folder."},
         {"/docs/?action=MakeDirectory&name=bell%07", "Could not create the folder."},
-        {"/docs/missing/?action=MakeDirectory&name=x", "Could not create the folder."},
+        {"/docs/missing/?action=MakeDirectory&name=x",
+         "The folder in which to create the folder does not exist."},
     };
     for (const Case& c : failures) {
         SCOPED_TRACE(c.target);
