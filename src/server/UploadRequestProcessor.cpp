@@ -107,15 +107,15 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
                                            static_cast<int>(buffer.size() - filled), ended);
             LogTranslated(kLogTrace, "%d byte received.", got);
             filled += static_cast<size_t>(got);
+            // Progress follows each read, not each write: a slow upload fills the buffer
+            // for minutes, and an entry left unchanged for a minute is purged.
+            if (got > 0) CountReceived(static_cast<uint64_t>(got));
         }
         if (filled == 0) break;
         if (!file.Write(buffer.data(), filled)) {
             return {FormatTranslated("%s: 파일에 쓸 수 없습니다.", name.c_str()), false};
         }
         stored += filled;
-        received_ += filled;
-        status.SetPosition(kDirectionUpload, received_);
-        Publish(UploadProgress::kRunning);
     }
     // The body ended before the part did: what arrived is not the whole file.
     if (request.IsMultipartBroken()) {
@@ -127,6 +127,12 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
     return {FormatTranslated("%s: %s 바이트를 받았습니다.", file.GetFinalName().c_str(),
                              GroupDigits(stored).c_str()),
             true};
+}
+
+void UploadRequestProcessor::CountReceived(uint64_t bytes) {
+    received_ += bytes;
+    request_->GetTransferStatus().SetPosition(kDirectionUpload, received_);
+    Publish(UploadProgress::kRunning);
 }
 
 bool UploadRequestProcessor::AllSucceeded() const {

@@ -47,6 +47,8 @@ private:
 
     void ReceiveParts(HttpRequest& request, const std::string& folder);
     Result ReceivePart(HttpRequest& request, const std::string& folder, const std::string& name);
+    // Counts bytes of the current file that arrived and publishes the progress.
+    void CountReceived(uint64_t bytes);
     // Stores the progress of the post under its key, for the file being received.
     void Publish(int state);
     [[nodiscard]] bool AllSucceeded() const;
