@@ -14,6 +14,9 @@ namespace Zarn {
 // Used by one thread.
 class IncomingFile {
 public:
+    // The longest file name Linux file systems take, in bytes.
+    static constexpr size_t kMaxNameBytes = 255;
+
     IncomingFile(std::string folder, std::string name)
         : folder_(std::move(folder)), name_(std::move(name)) {}
     ~IncomingFile();
@@ -36,6 +39,8 @@ public:
     [[nodiscard]] const std::string& GetFinalName() const { return final_name_; }
 
     // NAME(N).EXT: the number goes before the last "." (not a leading one), or at the end.
+    // NAME gives up whole characters from its end so that the result fits in kMaxNameBytes;
+    // an EXT too long to leave NAME a character counts as part of NAME.
     [[nodiscard]] static std::string NumberedName(const std::string& name, unsigned number);
 
 private:

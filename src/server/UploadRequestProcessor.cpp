@@ -19,6 +19,8 @@ std::optional<std::string> UploadRequestProcessor::StoredName(std::string_view s
     size_t separator = sent.find_last_of("/\\");
     std::string name(separator == std::string_view::npos ? sent : sent.substr(separator + 1));
     if (!MakeDirectoryRequestProcessor::IsAcceptableName(name)) return std::nullopt;
+    // No folder can hold it; refused now, it is not received only to fail at the rename.
+    if (name.size() > IncomingFile::kMaxNameBytes) return std::nullopt;
     return name;
 }
 

@@ -36,7 +36,8 @@ public:
     void ReceiveFile(HttpRequest& request);
 
     // The name a file sent as `sent` is stored under: its last component after "/" or
-    // "\" (old browsers send a whole path). Nothing for a name no folder should hold.
+    // "\" (old browsers send a whole path). Nothing for a name no folder should hold or
+    // can hold (longer than the file system takes).
     [[nodiscard]] static std::optional<std::string> StoredName(std::string_view sent);
 
 private:
