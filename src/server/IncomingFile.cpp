@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <string_view>
 #include <tuple>
 
 #include "core/PathUtil.h"
@@ -23,16 +24,14 @@ namespace {
 constexpr unsigned kMaxAttempts = 10000;
 constexpr std::string_view kTemporaryPrefix = "uploading_";
 constexpr std::string_view kTemporaryExtension = ".LUMIDROP";
-// The longest file name Linux file systems take, in bytes.
-constexpr size_t kMaxNameBytes = 255;
 
 // The name cut to at most `bytes`, without splitting a UTF-8 sequence.
-std::string CutName(const std::string& name, size_t bytes) {
-    if (name.size() <= bytes) return name;
+std::string CutName(std::string_view name, size_t bytes) {
+    if (name.size() <= bytes) return std::string(name);
     size_t end = bytes;
     while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80)
         --end;
-    return name.substr(0, end);
+    return std::string(name.substr(0, end));
 }
 
 // A rename that fails with EEXIST instead of replacing the target. File systems without
@@ -119,10 +118,19 @@ int IncomingFile::RemoveStale(int folder_fd) {
 
 std::string IncomingFile::NumberedName(const std::string& name, unsigned number) {
     std::string suffix = Concat({"(", std::to_string(number), ")"});
+    // A name that was stored at the limit must still get a number that fits, or the
+    // upload is received whole only to fail at the rename.
+    size_t room = kMaxNameBytes - suffix.size();
     size_t dot = name.rfind('.');
-    if (dot == std::string::npos || dot == 0) return name + suffix;
-    return Concat(
-        {std::string_view(name).substr(0, dot), suffix, std::string_view(name).substr(dot)});
+    if (dot != std::string::npos && dot != 0) {
+        std::string_view extension = std::string_view(name).substr(dot);
+        if (extension.size() < room) {
+            std::string stem =
+                CutName(std::string_view(name).substr(0, dot), room - extension.size());
+            if (!stem.empty()) return Concat({stem, suffix, extension});
+        }
+    }
+    return CutName(name, room) + suffix;
 }
 
 bool IncomingFile::Create() {

@@ -17,6 +17,9 @@ namespace Zarn {
 // Used by one thread.
 class IncomingFile {
 public:
+    // The longest file name Linux file systems take, in bytes.
+    static constexpr size_t kMaxNameBytes = 255;
+
     // Into the folder open as `folder_fd` (borrowed; it must outlive this object), so
     // that every step happens in the folder that was checked, whatever links change.
     IncomingFile(int folder_fd, std::string folder, std::string name)
@@ -43,6 +46,8 @@ public:
     [[nodiscard]] const std::string& GetFinalName() const { return final_name_; }
 
     // NAME(N).EXT: the number goes before the last "." (not a leading one), or at the end.
+    // NAME gives up whole characters from its end so that the result fits in kMaxNameBytes;
+    // an EXT too long to leave NAME a character counts as part of NAME.
     [[nodiscard]] static std::string NumberedName(const std::string& name, unsigned number);
 
     // True for "uploading_" ... ".LUMIDROP": half-received files, never shown nor served.

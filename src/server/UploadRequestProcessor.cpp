@@ -22,6 +22,8 @@ std::optional<std::string> UploadRequestProcessor::StoredName(std::string_view s
     size_t separator = sent.find_last_of("/\\");
     std::string name(separator == std::string_view::npos ? sent : sent.substr(separator + 1));
     if (!MakeDirectoryRequestProcessor::IsAcceptableName(name)) return std::nullopt;
+    // No folder can hold it; refused now, it is not received only to fail at the rename.
+    if (name.size() > IncomingFile::kMaxNameBytes) return std::nullopt;
     return name;
 }
 
@@ -112,15 +114,15 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
                                            static_cast<int>(buffer.size() - filled), ended);
             LogTranslated(kLogTrace, "%d byte received.", got);
             filled += static_cast<size_t>(got);
+            // Progress follows each read, not each write: a slow upload fills the buffer
+            // for minutes, and an entry left unchanged for a minute is purged.
+            if (got > 0) CountReceived(static_cast<uint64_t>(got));
         }
         if (filled == 0) break;
         if (!file.Write(buffer.data(), filled)) {
             return {FormatTranslated("%s: 파일에 쓸 수 없습니다.", name.c_str()), false};
         }
         stored += filled;
-        received_ += filled;
-        status.SetPosition(kDirectionUpload, received_);
-        Publish(UploadProgress::kRunning);
     }
     // The body ended before the part did: what arrived is not the whole file.
     if (request.IsMultipartBroken()) {
@@ -132,6 +134,12 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
     return {FormatTranslated("%s: %s 바이트를 받았습니다.", file.GetFinalName().c_str(),
                              GroupDigits(stored).c_str()),
             true};
+}
+
+void UploadRequestProcessor::CountReceived(uint64_t bytes) {
+    received_ += bytes;
+    request_->GetTransferStatus().SetPosition(kDirectionUpload, received_);
+    Publish(UploadProgress::kRunning);
 }
 
 bool UploadRequestProcessor::AllSucceeded() const {

@@ -39,7 +39,8 @@ public:
     void ReceiveFile(HttpRequest& request);
 
     // The name a file sent as `sent` is stored under: its last component after "/" or
-    // "\" (old browsers send a whole path). Nothing for a name no folder should hold.
+    // "\" (old browsers send a whole path). Nothing for a name no folder should hold or
+    // can hold (longer than the file system takes).
     [[nodiscard]] static std::optional<std::string> StoredName(std::string_view sent);
 
 private:
@@ -56,6 +57,8 @@ private:
 
     void ReceiveParts(HttpRequest& request, const Folder& folder);
     Result ReceivePart(HttpRequest& request, const Folder& folder, const std::string& name);
+    // Counts bytes of the current file that arrived and publishes the progress.
+    void CountReceived(uint64_t bytes);
     // Stores the progress of the post under its key, for the file being received.
     void Publish(int state);
     [[nodiscard]] bool AllSucceeded() const;

@@ -20,9 +20,11 @@ bool RunsUpload(int kind) {
 }
 
 // Each of `transfers` gets an even part of the total, so that together they stay near it.
+// Only a total of 0 gives a share of 0, which holds the transfers until the total changes.
 int32_t ShareOf(int total_kib_per_s, int transfers) {
     if (total_kib_per_s < 0 || transfers == 0) return -1;
     int64_t share = int64_t{total_kib_per_s} * 1024 / transfers;
+    if (total_kib_per_s > 0) share = std::max<int64_t>(share, 1);
     return static_cast<int32_t>(std::min<int64_t>(share, std::numeric_limits<int32_t>::max()));
 }
 
@@ -114,7 +116,10 @@ void GuiTransferStatusAggregator::AddTransferred(TransferStatusReporter* reporte
     CriticalSectionLock lock(lock_);
     Entry& entry = EntryOf(reporter);
     if (entry.kicked) throw TransferKickedException();
-    RecordOf(entry, direction).meter.Add(count, clock_());
+    Record& record = RecordOf(entry, direction);
+    uint64_t now = clock_();
+    record.meter.Add(count, now);
+    record.pacing.Take(count, now);
 }
 
 uint64_t GuiTransferStatusAggregator::GetTotalSize(TransferStatusReporter* reporter,
@@ -138,6 +143,17 @@ uint64_t GuiTransferStatusAggregator::GetWriteAllowance(TransferStatusReporter* 
     // A fifth of a second's worth keeps each write short of the next limit test, so the
     // speed swings little around the limit; tiny writes would waste system calls.
     return std::max<uint64_t>(kMinWriteAllowance, static_cast<uint64_t>(record->limit) / 5);
+}
+
+std::chrono::milliseconds GuiTransferStatusAggregator::GetPacingWait(
+    TransferStatusReporter* reporter, int direction) {
+    CriticalSectionLock lock(lock_);
+    auto found = entries_.find(reporter);
+    if (found == entries_.end()) return std::chrono::milliseconds(0);
+    if (found->second.kicked) throw TransferKickedException();
+    uint64_t wait = RecordOf(found->second, direction).pacing.GetWaitMs(clock_());
+    return std::chrono::milliseconds(
+        std::min<uint64_t>(wait, std::numeric_limits<std::chrono::milliseconds::rep>::max()));
 }
 
 bool GuiTransferStatusAggregator::IsOverLimit(TransferStatusReporter* reporter, int direction) {
@@ -190,12 +206,18 @@ void GuiTransferStatusAggregator::ShareLimits() {
     }
     int32_t download_share = ShareOf(download_limit_kib_, downloads);
     int32_t upload_share = ShareOf(upload_limit_kib_, uploads);
+    uint64_t now = clock_();
     for (auto& [reporter, entry] : entries_) {
         bool upload = entry.kind && RunsUpload(*entry.kind);
         bool download = entry.kind && !upload;
-        entry.download.limit = download ? download_share : -1;
-        entry.upload.limit = upload ? upload_share : -1;
+        SetLimit(entry.download, download ? download_share : -1, now);
+        SetLimit(entry.upload, upload ? upload_share : -1, now);
     }
+}
+
+void GuiTransferStatusAggregator::SetLimit(Record& record, int32_t limit, uint64_t now_ms) {
+    record.limit = limit;
+    record.pacing.SetRate(limit, now_ms);
 }
 
 GuiTransferStatusAggregator::Figures GuiTransferStatusAggregator::FiguresOf(Record& record,

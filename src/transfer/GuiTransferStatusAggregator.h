@@ -9,16 +9,18 @@
 #include "core/CriticalSection.h"
 #include "log/MessageNotifier.h"
 #include "transfer/SpeedMeter.h"
+#include "transfer/TokenBucket.h"
 #include "transfer/TransferStatusAggregator.h"
 #include "transfer/TransferStatusReporter.h"
 
 namespace Zarn {
 
 // The aggregator of the running server: keeps every transfer's figures and speeds, shares
-// the total speed limits evenly among the running transfers of each direction, lets the
-// owner kick a transfer, and notifies the owner's console of changes, at most once per
-// 500 ms per transfer unless the transfer's kind changed. Any thread may call any
-// operation; one lock guards everything, and the console's callback never runs under it.
+// the total speed limits evenly among the running transfers of each direction and paces
+// each transfer to its share, lets the owner kick a transfer, and notifies the owner's
+// console of changes, at most once per 500 ms per transfer unless the transfer's kind
+// changed. Any thread may call any operation; one lock guards everything, and the
+// console's callback never runs under it.
 class GuiTransferStatusAggregator : public TransferStatusAggregator, public MessageNotifier {
 public:
     // Milliseconds on a clock that never goes back.
@@ -61,11 +63,14 @@ public:
     void SetTotalSize(TransferStatusReporter* reporter, int direction, uint64_t value) override;
     void SetPosition(TransferStatusReporter* reporter, int direction, uint64_t value) override;
     void AddTransferred(TransferStatusReporter* reporter, int direction, uint64_t count) override;
-    // Unknown reporters read as 0, never over their limit, and with the unlimited allowance.
+    // Unknown reporters read as 0, never over their limit or waiting, and with the unlimited
+    // allowance.
     [[nodiscard]] uint64_t GetTotalSize(TransferStatusReporter* reporter, int direction) override;
     [[nodiscard]] uint64_t GetPosition(TransferStatusReporter* reporter, int direction) override;
     [[nodiscard]] uint64_t GetWriteAllowance(TransferStatusReporter* reporter,
                                              int direction) override;
+    [[nodiscard]] std::chrono::milliseconds GetPacingWait(TransferStatusReporter* reporter,
+                                                          int direction) override;
     [[nodiscard]] bool IsOverLimit(TransferStatusReporter* reporter, int direction) override;
     [[nodiscard]] uint64_t GetSpeed(TransferStatusReporter* reporter, int direction) override;
 
@@ -74,6 +79,8 @@ private:
         uint64_t total_size = 0;
         uint64_t position = 0;
         SpeedMeter meter;
+        // Paces at `limit`; re-based whenever the share changes.
+        TokenBucket pacing;
         int32_t limit = -1;
     };
 
@@ -93,6 +100,7 @@ private:
     Record* FindRecord(TransferStatusReporter* reporter, int direction);
     bool TakeNotification(Entry& entry);
     void ShareLimits();
+    static void SetLimit(Record& record, int32_t limit, uint64_t now_ms);
     Figures FiguresOf(Record& record, uint64_t now_ms);
 
     const Clock clock_;

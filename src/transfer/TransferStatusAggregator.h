@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -12,7 +13,7 @@ inline constexpr int kDirectionDownload = 0;
 inline constexpr int kDirectionUpload = 1;
 
 // Collects the figures of every running transfer, each known by its reporter, and
-// decides whether a transfer runs over its speed limit. A transfer's entry is made by
+// decides how long a transfer must wait to keep its speed limit. A transfer's entry is made by
 // the first call that names its reporter and removed by Unregister. Implementations are
 // shared by every connection thread and lock inside.
 class TransferStatusAggregator {
@@ -24,8 +25,8 @@ public:
     virtual void SetTotalSize(TransferStatusReporter* reporter, int direction, uint64_t value) = 0;
     // How far the transfer has come; also makes the direction the transfer's kind.
     virtual void SetPosition(TransferStatusReporter* reporter, int direction, uint64_t value) = 0;
-    // Records a speed sample of the bytes just moved. Throws TransferKickedException when
-    // the owner has kicked the transfer.
+    // Records the bytes just moved, for the speed shown and for pacing. Throws
+    // TransferKickedException when the owner has kicked the transfer.
     virtual void AddTransferred(TransferStatusReporter* reporter, int direction,
                                 uint64_t count) = 0;
     [[nodiscard]] virtual uint64_t GetTotalSize(TransferStatusReporter* reporter,
@@ -35,6 +36,14 @@ public:
     // without a limit, about a fifth of a second's worth (at least 1 KiB) with one.
     [[nodiscard]] virtual uint64_t GetWriteAllowance(TransferStatusReporter* reporter,
                                                      int direction) = 0;
+    // How long the transfer must wait before it moves more bytes in this direction, so that
+    // its bytes since it started keep to its limit; zero when it may go on. Throws
+    // TransferKickedException when the owner has kicked the transfer, so that a kick also
+    // ends a wait.
+    [[nodiscard]] virtual std::chrono::milliseconds GetPacingWait(TransferStatusReporter* reporter,
+                                                                  int direction) = 0;
+    // Whether the speed of the last five seconds is above the limit; for the console only,
+    // pacing does not depend on it.
     [[nodiscard]] virtual bool IsOverLimit(TransferStatusReporter* reporter, int direction) = 0;
     // Bytes per second over the last five seconds.
     [[nodiscard]] virtual uint64_t GetSpeed(TransferStatusReporter* reporter, int direction) = 0;

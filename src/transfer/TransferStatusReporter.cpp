@@ -1,5 +1,6 @@
 #include "transfer/TransferStatusReporter.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace Zarn {
@@ -51,13 +52,18 @@ uint64_t TransferStatusReporter::GetSpeed(int direction) {
 
 void TransferStatusReporter::ReportTransferred(int direction, uint64_t count) {
     aggregator_->AddTransferred(this, direction, count);
-    for (int wait = 0; wait < kMaxThrottleWaits && IsOverLimit(direction); ++wait) {
-        if (stop_ == nullptr) {
-            std::this_thread::sleep_for(kThrottleWait);
-        } else if (stop_->WaitFor(kThrottleWait)) {
-            return;
-        }
+    for (;;) {
+        std::chrono::milliseconds wait = aggregator_->GetPacingWait(this, direction);
+        if (wait.count() <= 0) return;
+        if (!Wait(std::min(wait, kPacingStep))) return;
     }
+}
+
+bool TransferStatusReporter::Wait(std::chrono::milliseconds wait) {
+    if (sleep_) return sleep_(wait);
+    if (stop_ != nullptr) return !stop_->WaitFor(wait);
+    std::this_thread::sleep_for(wait);
+    return true;
 }
 
 }  // namespace Zarn

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -29,8 +30,13 @@ struct TransferDescription {
 // may be read from other threads (the aggregator's snapshot for the console).
 class TransferStatusReporter {
 public:
-    static constexpr int kMaxThrottleWaits = 24;
-    static constexpr std::chrono::milliseconds kThrottleWait{200};
+    // The longest single wait: the aggregator is asked again after it, so that a new share,
+    // a kick or a raised limit takes effect soon.
+    static constexpr std::chrono::milliseconds kPacingStep{200};
+
+    // Waits for the time given; false when the wait was cut short because the server is
+    // stopping.
+    using Sleep = std::function<bool(std::chrono::milliseconds)>;
 
     explicit TransferStatusReporter(TransferStatusAggregator& aggregator)
         : aggregator_(&aggregator) {}
@@ -38,10 +44,13 @@ public:
     TransferStatusReporter(const TransferStatusReporter&) = delete;
     TransferStatusReporter& operator=(const TransferStatusReporter&) = delete;
 
-    // An event that, once set, ends every throttling wait at once (the server stopping).
+    // An event that, once set, ends every pacing wait at once (the server stopping).
     void SetStopEvent(const ManualResetEvent* stop) { stop_ = stop; }
     // Null when the transfer runs outside a server.
     [[nodiscard]] const ManualResetEvent* GetStopEvent() const { return stop_; }
+    // Replaces how pacing waits (tests pass time on their own clock); by default the wait
+    // is on the stop event, or a plain sleep without one.
+    void SetSleep(Sleep sleep) { sleep_ = std::move(sleep); }
 
     void SetTarget(const std::string& target);
     void SetClientAddress(const std::string& address);
@@ -54,14 +63,17 @@ public:
     [[nodiscard]] bool IsOverLimit(int direction);
     [[nodiscard]] uint64_t GetSpeed(int direction);
 
-    // Counts a chunk that moved, then keeps the speed limit: while the aggregator says
-    // the transfer is over it, waits 200 ms, at most 24 times for one chunk. Throws
-    // TransferKickedException for a kicked transfer.
+    // Counts a chunk that moved, then keeps the speed limit: waits as long as the aggregator
+    // says, in steps of at most kPacingStep, and returns at once when the server stops.
+    // Throws TransferKickedException for a kicked transfer, also in the middle of a wait.
     void ReportTransferred(int direction, uint64_t count);
 
 private:
+    [[nodiscard]] bool Wait(std::chrono::milliseconds wait);
+
     TransferStatusAggregator* aggregator_;
     const ManualResetEvent* stop_ = nullptr;
+    Sleep sleep_;
     mutable std::mutex description_mutex_;
     TransferDescription description_;
 };

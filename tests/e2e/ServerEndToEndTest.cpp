@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "core/Base64.h"
@@ -116,6 +117,17 @@ TEST_F(ServerEndToEndTest, ServesRangesOfFilesBeyondFourGigabytes) {
     TCPSocket whole = testing::ConnectTo(program->Port());
     testing::SendAll(whole, "GET /docs/big.bin HTTP/1.1\r\n\r\n");
     EXPECT_NE(testing::ReadHead(whole).find("Content-Length: 5368709120\r\n"), std::string::npos);
+}
+
+TEST_F(ServerEndToEndTest, DownloadsKeepTheSpeedLimitFromTheFirstByte) {
+    share_.Write("big.bin", std::string(1 << 20, 'd'));
+    auto program = Start("totalDownloadSpeedLimit=200\r\n");  // KiB per second
+    auto start = std::chrono::steady_clock::now();
+    HttpResponse answer = Get(program->Port(), "/docs/big.bin");
+    auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(answer.body.size(), 1u << 20);
+    // A fifth of a second's worth may go at once, the rest takes 4.8 s.
+    EXPECT_GE(took, std::chrono::milliseconds(4500));
 }
 
 TEST_F(ServerEndToEndTest, RedirectsAndRefusesOddRequests) {

@@ -156,10 +156,12 @@ TEST_F(WebServerTest, ListenOnATakenPortFails) {
         kLogTrace, "server.Listen(" + std::to_string(taken.GetLocalPort()) + ") failed"));
 }
 
-// Always over the limit, so every report waits the longest it may.
+// Every report must wait an hour.
 class ThrottlingAggregator : public NullTransferStatusAggregator {
 public:
-    bool IsOverLimit(TransferStatusReporter*, int) override { return true; }
+    std::chrono::milliseconds GetPacingWait(TransferStatusReporter*, int) override {
+        return std::chrono::hours(1);
+    }
 };
 
 TEST_F(WebServerTest, StopEndsEveryThreadPromptlyEvenMidThrottle) {
@@ -170,7 +172,7 @@ TEST_F(WebServerTest, StopEndsEveryThreadPromptlyEvenMidThrottle) {
         request.BeginResponse(200, "OK");
         sending = true;
         for (int i = 0; i < 100; ++i)
-            request.Send("chunk", 5);  // minutes at this limit
+            request.Send("chunk", 5);  // hours at this pace
         request.EndResponse();
     });
     TCPSocket idle = ConnectTo(server_.GetPort());

@@ -5,6 +5,7 @@
 
 #include <atomic>
 
+#include "core/StringUtil.h"
 #include "http/HttpRequest.h"
 #include "http/WebServer.h"
 #include "server/IncomingFile.h"
@@ -113,6 +114,35 @@ TEST(IncomingFileTest, NumbersNamesBeforeTheLastDot) {
     EXPECT_EQ(IncomingFile::NumberedName("a.tar.gz", 2), "a.tar(2).gz");
     EXPECT_EQ(IncomingFile::NumberedName("README", 3), "README(3)");
     EXPECT_EQ(IncomingFile::NumberedName(".profile", 1), ".profile(1)");
+}
+
+TEST(IncomingFileTest, NumberedNamesOfLongNamesStillFitTheFileSystem) {
+    std::string hangul;  // 249 bytes of three-byte characters
+    for (int i = 0; i < 83; ++i)
+        hangul += "한";
+    const std::string n(251, 'n');
+    const std::string e(253, 'e');
+    const struct {
+        std::string name;
+        unsigned number;
+        std::string numbered;
+    } cases[] = {
+        {n + ".txt", 1, n.substr(0, 248) + "(1).txt"},
+        {n + ".txt", 10000, n.substr(0, 244) + "(10000).txt"},
+        {n.substr(0, 240) + ".txt", 7, n.substr(0, 240) + "(7).txt"},
+        // Whole characters only.
+        {hangul + "xx.txt", 1, hangul.substr(0, 246) + "(1).txt"},
+        {Concat({"xxxx", hangul}), 1, Concat({"xxxx", hangul.substr(0, 246), "(1)"})},
+        // An extension that leaves the stem no room is part of it.
+        {Concat({"a.", e}), 1, Concat({"a.", e.substr(3), "(1)"})},
+        {Concat({"한.", e.substr(3)}), 2, Concat({"한.", e.substr(5), "(2)"})},
+        {Concat({".", e, "e"}), 3, Concat({".", e.substr(2), "(3)"})},
+    };
+    for (const auto& c : cases) {
+        std::string numbered = IncomingFile::NumberedName(c.name, c.number);
+        EXPECT_EQ(numbered, c.numbered) << c.name;
+        EXPECT_LE(numbered.size(), IncomingFile::kMaxNameBytes);
+    }
 }
 
 TEST(IncomingFileTest, TemporaryNamesNeverCollideAndVanishUnlessCommitted) {

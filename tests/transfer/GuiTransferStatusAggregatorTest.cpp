@@ -81,7 +81,7 @@ TEST_F(GuiTransferStatusAggregatorTest, OverLimitExactlyWhenTheSpeedExceedsTheLi
     TransferStatusReporter paced(aggregator_);
     aggregator_.SetTotalLimits(-1, 2);  // 1024 bytes per second for each of the two
     Start(paced, kDirectionDownload);
-    paced.ReportTransferred(kDirectionDownload, 512);
+    aggregator_.AddTransferred(&paced, kDirectionDownload, 512);
     EXPECT_FALSE(paced.IsOverLimit(kDirectionDownload));  // no time has passed: speed 0
     now_ms_ += 1000;
     aggregator_.AddTransferred(&paced, kDirectionDownload, 512);
