@@ -19,6 +19,16 @@ using testing::HttpResponse;
 using testing::ProgramRunner;
 using testing::TempFolder;
 
+// Every byte value, so that any change of a byte on the way shows.
+std::string EveryByteValue() {
+    std::string bytes;
+    for (int round = 0; round < 40; ++round) {
+        for (int value = 0; value < 256; ++value)
+            bytes += static_cast<char>((value + round) & 0xFF);
+    }
+    return bytes;
+}
+
 class RequestHardeningEndToEndTest : public ::testing::Test {
 protected:
     std::unique_ptr<ProgramRunner> Start() {
@@ -49,6 +59,28 @@ TEST_F(RequestHardeningEndToEndTest, AFileNameBrokenByALineBreakIsRefusedNotCut)
     for (const auto& entry : std::filesystem::directory_iterator(share_.Path()))
         names.insert(entry.path().filename().string());
     EXPECT_EQ(names, (std::set<std::string>{"good.txt"}));
+}
+
+TEST_F(RequestHardeningEndToEndTest, AnAbsoluteFormTargetServesTheFileItNames) {
+    const std::string bytes = EveryByteValue();
+    share_.Write("every byte.bin", bytes);
+    auto program = Start();
+    int port = program->Port();
+    std::string authority = "127.0.0.1:" + std::to_string(port);
+    HttpResponse whole =
+        Fetch(port, "GET http://" + authority +
+                        "/docs/every%20byte.bin HTTP/1.1\r\nHost: " + authority + "\r\n\r\n");
+    EXPECT_EQ(whole.status, 200);
+    EXPECT_TRUE(whole.body == bytes);
+    // The authority names this server whatever it says; the scheme's case does not matter.
+    HttpResponse ranged = Fetch(port,
+                                "GET HTTPS://elsewhere.example/docs/every%20byte.bin HTTP/1.1\r\n"
+                                "Range: bytes=256-511\r\n\r\n");
+    EXPECT_EQ(ranged.status, 206);
+    EXPECT_TRUE(ranged.body == bytes.substr(256, 256));
+    HttpResponse root = Fetch(port, "GET http://" + authority + " HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(root.status, 200);
+    EXPECT_NE(root.body.find("docs"), std::string::npos);
 }
 
 }  // namespace
