@@ -144,7 +144,7 @@ bool GuiTransferStatusAggregator::IsOverLimit(TransferStatusReporter* reporter, 
     CriticalSectionLock lock(lock_);
     Record* record = FindRecord(reporter, direction);
     if (record == nullptr || record->limit < 0) return false;
-    return static_cast<uint64_t>(record->limit) < record->meter.Speed(clock_());
+    return record->meter.IsFasterThan(static_cast<uint64_t>(record->limit), clock_());
 }
 
 uint64_t GuiTransferStatusAggregator::GetSpeed(TransferStatusReporter* reporter, int direction) {

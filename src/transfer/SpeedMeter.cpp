@@ -22,6 +22,14 @@ uint64_t SpeedMeter::Speed(uint64_t now_ms) {
     return sum_ * 1000 / (now_ms - oldest);
 }
 
+bool SpeedMeter::IsFasterThan(uint64_t bytes_per_second, uint64_t now_ms) {
+    DropExpired(now_ms);
+    if (samples_.empty()) return false;
+    uint64_t elapsed_ms =
+        now_ms > samples_.front().stamp_ms ? now_ms - samples_.front().stamp_ms : 0;
+    return sum_ * 1000 > bytes_per_second * elapsed_ms;
+}
+
 void SpeedMeter::DropExpired(uint64_t now_ms) {
     while (!samples_.empty() && now_ms >= samples_.front().stamp_ms + kWindowMs) {
         sum_ -= samples_.front().count;

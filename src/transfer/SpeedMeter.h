@@ -19,6 +19,10 @@ public:
     // Bytes per second: the sum of the samples younger than the window, over the time
     // since the oldest of them. 0 without samples or when no time has passed since it.
     [[nodiscard]] uint64_t Speed(uint64_t now_ms);
+    // Whether the samples of the window moved more than `bytes_per_second` allows for the
+    // time since the oldest of them. Bytes that moved in no measurable time did, though
+    // Speed shows 0 for them: a limit must hold for a burst that fits into one millisecond.
+    [[nodiscard]] bool IsFasterThan(uint64_t bytes_per_second, uint64_t now_ms);
 
     [[nodiscard]] size_t GetSampleCount() const { return samples_.size(); }
 

@@ -81,8 +81,10 @@ TEST_F(GuiTransferStatusAggregatorTest, OverLimitExactlyWhenTheSpeedExceedsTheLi
     TransferStatusReporter paced(aggregator_);
     aggregator_.SetTotalLimits(-1, 2);  // 1024 bytes per second for each of the two
     Start(paced, kDirectionDownload);
-    paced.ReportTransferred(kDirectionDownload, 512);
-    EXPECT_FALSE(paced.IsOverLimit(kDirectionDownload));  // no time has passed: speed 0
+    aggregator_.AddTransferred(&paced, kDirectionDownload, 512);
+    // No time has passed: the speed shows 0, but the bytes went faster than any limit.
+    EXPECT_EQ(paced.GetSpeed(kDirectionDownload), 0u);
+    EXPECT_TRUE(paced.IsOverLimit(kDirectionDownload));
     now_ms_ += 1000;
     aggregator_.AddTransferred(&paced, kDirectionDownload, 512);
     EXPECT_EQ(paced.GetSpeed(kDirectionDownload), 1024u);

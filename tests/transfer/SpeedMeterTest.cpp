@@ -41,6 +41,31 @@ TEST(SpeedMeterTest, AfterAPauseLongerThanTheWindowSpeedIsZeroUntilASecondSample
     EXPECT_EQ(meter.Speed(7100), 1000u * 1000 / 100);
 }
 
+TEST(SpeedMeterTest, BytesInNoMeasurableTimeAreFasterThanAnyRate) {
+    const struct {
+        const char* label;
+        uint64_t now_ms;
+        uint64_t rate;
+        bool faster;
+    } cases[] = {
+        {"within the first sample's millisecond", 100, 1'000'000'000, true},
+        {"exactly at the rate", 1100, 1000, false},
+        {"one byte per second more", 1100, 999, true},
+        {"a third of a byte per second above the rate", 3100, 333, true},
+        {"below the rate", 3100, 334, false},
+        {"a rate of zero", 3100, 0, true},
+        {"after the window has emptied", 5100, 0, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        SpeedMeter meter;
+        EXPECT_FALSE(meter.IsFasterThan(0, 0));  // no samples, nothing moved
+        meter.Add(600, 100);
+        meter.Add(400, 100);
+        EXPECT_EQ(meter.IsFasterThan(c.rate, c.now_ms), c.faster);
+    }
+}
+
 TEST(SpeedMeterTest, KeepsNoMoreSamplesThanTheWindowHasMilliseconds) {
     SpeedMeter meter;
     for (uint64_t t = 1; t <= 20000; ++t) {
