@@ -123,8 +123,8 @@ TEST_F(HttpConnectionTest, ReadsFormsLazilyWhateverTheReceivesLookLike) {
                 "POST /form HTTP/1.1\r\nContent-Type: application/x-www-form-urlencoded\r\n"
                 "Content-Length: " +
                 std::to_string(c.body.size()) + "\r\n\r\n" + c.body + "GET /next HTTP/1.1\r\n\r\n";
-            // Round 0 sends everything at once, the others in pieces of 1 to 9 bytes up to
-            // the end of the header and larger ones after it.
+            // Round 0 sends everything at once, the others in pieces of 1 to 9 bytes (after
+            // the header of the largest form, of up to 70,000).
             size_t max_piece = c.body.size() > 1000 ? 70000 : 9;
             std::vector<std::string> pieces;
             for (size_t at = 0; at < bytes.size();) {
