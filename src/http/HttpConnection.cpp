@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 
 #include "http/HttpRequest.h"
@@ -21,17 +22,31 @@ size_t FindTerminator(const char* buffer, size_t filled, size_t new_from) {
     return found == std::string_view::npos ? found : from + found;
 }
 
+// An empty line or two before a request line is not yet a request (RFC 9112 section 2.2;
+// some clients end a body with an extra CR LF), so the connection still idles after it.
+bool HasRequestBegun(const char* buffer, size_t filled) {
+    constexpr size_t kIgnoredLineBreakBytes = 4;
+    return filled > kIgnoredLineBreakBytes ||
+           std::string_view(buffer, filled).find_first_not_of("\r\n") != std::string_view::npos;
+}
+
 }  // namespace
 
 bool HttpConnection::ReadHeader(HttpRequest& request) {
+    using Clock = std::chrono::steady_clock;
     if (!socket_.IsValid()) return false;
     std::array<char, kMaxHeaderBytes> buffer;
     size_t filled = TakeCarryOver(buffer.data(), buffer.size());
+    std::optional<Clock::time_point> deadline;  // runs from the request's first byte
     size_t new_from = 0;
     size_t terminator;
     while ((terminator = FindTerminator(buffer.data(), filled, new_from)) ==
            std::string_view::npos) {
         if (filled == buffer.size()) throw std::runtime_error("Illegal request: header too long");
+        if (!deadline && HasRequestBegun(buffer.data(), filled)) {
+            deadline = Clock::now() + header_deadline_;
+        }
+        if (deadline) WaitForMoreHeader(*deadline);
         new_from = filled;
         filled += static_cast<size_t>(
             socket_.Receive(buffer.data() + filled, static_cast<int>(buffer.size() - filled)));
@@ -45,6 +60,15 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
 
     request.ParseHeader(std::string_view(buffer.data(), terminator));
     return true;
+}
+
+void HttpConnection::WaitForMoreHeader(std::chrono::steady_clock::time_point deadline) {
+    auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() > 0 && socket_.WaitReadable(left)) return;
+    // A failed wait before the deadline leaves it to the receive to report the error.
+    if (std::chrono::steady_clock::now() < deadline) return;
+    throw std::runtime_error("Illegal request: header too slow");
 }
 
 const std::string& HttpConnection::GetPeerIp() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 
@@ -16,6 +17,10 @@ class HttpRequest;
 class HttpConnection {
 public:
     static constexpr size_t kMaxHeaderBytes = 10240;
+    // A request header must be complete this long after its first byte, so that a client
+    // trickling a byte now and then (each well inside the socket's time-out) cannot hold
+    // a connection thread for ever.
+    static constexpr std::chrono::milliseconds kHeaderDeadline = std::chrono::seconds(60);
 
     HttpConnection() = default;
     explicit HttpConnection(TCPSocket socket) : socket_(std::move(socket)) {}
@@ -24,11 +29,16 @@ public:
     // The client's dotted address, asked of the socket once per connection.
     [[nodiscard]] const std::string& GetPeerIp();
 
-    // Reads one request header (at most 10,240 bytes) and parses it into `request`.
+    // Reads one request header (at most 10,240 bytes) and parses it into `request`. The
+    // wait for its first byte is bounded only by the socket's time-out (a keep-alive
+    // connection idles there); from that byte on, the header deadline runs.
     // Throws socket_exception when the peer closes or breaks the connection, and
-    // std::runtime_error("Illegal request: header too long") when no blank line comes
-    // within the limit. False only when there is no socket to read.
+    // std::runtime_error "Illegal request: header too long" when no blank line comes
+    // within the limit, "Illegal request: header too slow" when it does not come before
+    // the deadline. False only when there is no socket to read.
     [[nodiscard]] bool ReadHeader(HttpRequest& request);
+    // Tests shorten the deadline so that they need not wait a minute.
+    void SetHeaderDeadline(std::chrono::milliseconds deadline) { header_deadline_ = deadline; }
 
     // Moves up to `length` bytes of the carry-over buffer out (never the header's own
     // line break); 0 when it is empty.
@@ -40,8 +50,11 @@ public:
 private:
     // Drops the "\r\n" of the header terminator that stands in front of the body.
     void DropHeaderLineBreak();
+    // Waits until more of the header can be read; throws once the deadline has passed.
+    void WaitForMoreHeader(std::chrono::steady_clock::time_point deadline);
 
     TCPSocket socket_;
+    std::chrono::milliseconds header_deadline_ = kHeaderDeadline;
     std::string peer_ip_;
     std::string carry_over_;
     size_t carry_start_ = 0;

@@ -71,19 +71,19 @@ void HttpRequest::PrepareBody() {
         boundary_ = BoundaryOf(content_type);
         return;
     }
-    ReadForm();
+    form_too_large_ = content_length_ > kMaxFormBytes;
+    form_unread_ = !form_too_large_;
 }
 
 void HttpRequest::ReadForm() {
-    if (content_length_ > kMaxFormBytes) {
-        throw std::runtime_error("Illegal request: form body too long");
-    }
-    std::string body(content_length_, '\0');
-    size_t filled = 0;
-    while (filled < body.size()) {
-        filled += static_cast<size_t>(
-            ReceiveBody(body.data() + filled, static_cast<int>(body.size() - filled)));
-    }
+    if (!form_unread_) return;
+    form_unread_ = false;
+    // The buffer grows with what arrives and is never sized by the Content-Length, so a
+    // client that only announces a large form costs nothing.
+    std::string body;
+    char piece[16 * 1024];
+    for (int got; (got = ReceiveBody(piece, sizeof piece)) > 0;)
+        body.append(piece, static_cast<size_t>(got));
     if (!body.empty()) RequestHead::ParseParameters(body, GetDefaultUrlCodepage(), form_);
 }
 
@@ -98,11 +98,17 @@ bool HttpRequest::GetQueryParameter(const std::string& name, std::string& value)
     return true;
 }
 
-bool HttpRequest::GetFormParameter(const std::string& name, std::string& value) const {
+bool HttpRequest::GetFormParameter(const std::string& name, std::string& value) {
+    ReadForm();
     auto found = form_.find(name);
     if (found == form_.end()) return false;
     value = found->second;
     return true;
+}
+
+const ParameterMap& HttpRequest::GetFormParameters() {
+    ReadForm();
+    return form_;
 }
 
 const AuthenticationInfo* HttpRequest::GetAuthenticationInfo() const {
@@ -287,6 +293,11 @@ void HttpRequest::SendAll(const char* bytes, size_t length) {
 }
 
 void HttpRequest::DisposeBody() {
+    if (form_too_large_) {
+        body_left_unread_ = true;
+        Log(kLogTrace, "Form too large, body not read");
+        return;
+    }
     if (awaits_continue_ && connection_ != nullptr && connection_->CarryOverSize() == 0) {
         // The client still holds the body back for our word: answering without asking for
         // it spares it sending what would be thrown away. The connection cannot serve

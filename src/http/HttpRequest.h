@@ -22,7 +22,8 @@ class TransferStatusAggregator;
 // Used by one connection thread only.
 class HttpRequest {
 public:
-    // Urlencoded form bodies are read whole into memory; larger ones end the connection.
+    // Urlencoded form bodies up to this size are read into memory; a larger one is
+    // refused unread (IsFormTooLarge).
     static constexpr uint64_t kMaxFormBytes = 1 << 20;
 
     // A request on the connection (not owned). A request without a connection only
@@ -33,9 +34,10 @@ public:
     HttpRequest& operator=(const HttpRequest&) = delete;
 
     // Parses the header text (without its blank line) into this request: request line,
-    // headers, path and query, credentials, and for a POST the form or the multipart
-    // body's boundary. An urlencoded form body is read from the connection here.
-    // Throws what body reading throws, and std::runtime_error for a form that is too long.
+    // headers, path and query, credentials, and for a POST the multipart body's boundary
+    // or the size of its urlencoded form. Reads nothing from the connection: a form is
+    // read when a parameter of it is first asked for, which comes after the handler has
+    // checked the client, so an unchecked client cannot make the server hold its form.
     void ParseHeader(std::string_view header_text);
 
     [[nodiscard]] HttpMethod GetMethod() const { return head_.method; }
@@ -45,10 +47,16 @@ public:
     // `name` upper-case, as the map keeps it.
     [[nodiscard]] bool GetHeader(const std::string& name, std::string& value) const;
     [[nodiscard]] bool GetQueryParameter(const std::string& name, std::string& value) const;
-    [[nodiscard]] bool GetFormParameter(const std::string& name, std::string& value) const;
+    // The first of these calls reads an urlencoded form body from the connection; they
+    // throw socket_exception when it closes or breaks first. A form that is too large
+    // reads as empty.
+    [[nodiscard]] bool GetFormParameter(const std::string& name, std::string& value);
+    [[nodiscard]] const ParameterMap& GetFormParameters();
     [[nodiscard]] const HeaderMap& GetHeaders() const { return head_.headers; }
     [[nodiscard]] const ParameterMap& GetQueryParameters() const { return head_.query; }
-    [[nodiscard]] const ParameterMap& GetFormParameters() const { return form_; }
+    // An urlencoded post whose Content-Length is over kMaxFormBytes. Its body is never
+    // read, so the connection closes after the answer.
+    [[nodiscard]] bool IsFormTooLarge() const { return form_too_large_; }
     // Null when the request carries no Authorization header.
     [[nodiscard]] const AuthenticationInfo* GetAuthenticationInfo() const;
     [[nodiscard]] std::string GetUserName() const;
@@ -129,6 +137,8 @@ private:
     std::string boundary_;
     bool awaits_continue_ = false;   // "Expect: 100-continue" not yet answered
     bool body_left_unread_ = false;  // answered before the client sent its body
+    bool form_unread_ = false;       // an urlencoded body waits for its first parameter
+    bool form_too_large_ = false;
     std::unique_ptr<MultipartReader> multipart_;
     mutable std::optional<std::string> client_address_;
 

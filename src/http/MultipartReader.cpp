@@ -31,6 +31,13 @@ std::string_view Unquote(std::string_view text) {
     return text;
 }
 
+// A raw LF (or CR LF) ends the header line, so a quoted value that held one arrives
+// without its closing quote; a lone CR stays in the value.
+bool IsMalformedValue(std::string_view text) {
+    bool unclosed = text.starts_with('"') && (text.size() < 2 || !text.ends_with('"'));
+    return unclosed || text.find_first_of("\r\n") != std::string_view::npos;
+}
+
 }  // namespace
 
 MultipartReader::MultipartReader(std::string_view boundary, Source source)
@@ -178,10 +185,13 @@ void MultipartReader::ParseDisposition(std::string_view value, MultipartPart& pa
         size_t equals = piece.find('=');
         if (equals == std::string_view::npos) continue;
         std::string name = ToUpperAscii(Trim(piece.substr(0, equals)));
-        std::string_view text = Unquote(Trim(piece.substr(equals + 1)));
+        std::string_view raw = Trim(piece.substr(equals + 1));
+        std::string_view text = Unquote(raw);
         if (name == "NAME") {
             part.name = std::string(text);
         } else if (name == "FILENAME") {
+            part.has_malformed_file_name = IsMalformedValue(raw);
+            if (part.has_malformed_file_name && text.starts_with('"')) text.remove_prefix(1);
             part.file_name = std::string(text);
             part.has_file_name = true;
         }

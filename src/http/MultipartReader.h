@@ -14,8 +14,11 @@ namespace Zarn {
 struct MultipartPart {
     HeaderMap headers;
     std::string name;       // NAME: the form field
-    std::string file_name;  // FILENAME: the client's file name, as sent
+    std::string file_name;  // FILENAME: the client's file name, as sent (or as far as read)
     bool has_file_name = false;
+    // FILENAME opens a quote it never closes or holds a raw line break, so what was read
+    // of it is not the name the client meant: the part must not be stored under it.
+    bool has_malformed_file_name = false;
 };
 
 // Walks a multipart body part by part, pulling bytes from a source in blocks of at most
@@ -45,7 +48,8 @@ public:
     [[nodiscard]] bool IsComplete() const { return state_ == State::kEnd; }
     [[nodiscard]] bool IsBroken() const { return state_ == State::kBroken; }
 
-    // Reads a Content-Disposition value into the part's name and file name.
+    // Reads a Content-Disposition value into the part's name and file name, and tells
+    // whether the file name is malformed.
     static void ParseDisposition(std::string_view value, MultipartPart& part);
 
 private:

@@ -1,5 +1,7 @@
 #include "http/RequestHead.h"
 
+#include <optional>
+
 #include "core/StringUtil.h"
 #include "core/UrlCodec.h"
 
@@ -44,6 +46,19 @@ std::string DecodeParameterText(std::string_view text, int url_codepage) {
     return DecodeUrlText(blanked, url_codepage);
 }
 
+// The path and query of an absolute-form target ("http://host:port/path?query"), which a
+// server must accept (RFC 9112 section 3.2.2). The authority names this server whatever
+// it says, so it is dropped. Nothing when the target is not in absolute form.
+std::optional<std::string_view> PathAndQueryOfAbsoluteForm(std::string_view target) {
+    size_t separator = target.find("://");
+    if (separator == std::string_view::npos) return std::nullopt;
+    std::string scheme = ToLowerAscii(target.substr(0, separator));
+    if (scheme != "http" && scheme != "https") return std::nullopt;
+    std::string_view rest = target.substr(separator + 3);
+    size_t path_start = rest.find_first_of("/?");
+    return path_start == std::string_view::npos ? std::string_view() : rest.substr(path_start);
+}
+
 }  // namespace
 
 RequestHead RequestHead::Parse(std::string_view text, int url_codepage) {
@@ -63,6 +78,10 @@ RequestHead RequestHead::Parse(std::string_view text, int url_codepage) {
 
     std::string_view target = head.target;
     std::string_view path_part = target.empty() ? target : target.substr(1);
+    if (std::optional<std::string_view> origin = PathAndQueryOfAbsoluteForm(target)) {
+        // An absolute target without a path means "/", with or without a query.
+        path_part = origin->starts_with('/') ? origin->substr(1) : *origin;
+    }
     size_t question = path_part.find('?');
     if (question != std::string_view::npos) {
         ParseParameters(path_part.substr(question + 1), url_codepage, head.query);

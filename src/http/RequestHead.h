@@ -23,7 +23,9 @@ struct RequestHead {
     HttpMethod method = HttpMethod::kOther;
     std::string target;   // as received, e.g. /music/a%20b.mp3?sort=name
     std::string version;  // as received, never checked
-    std::string path;     // the target less its first character and query, decoded
+    // The target less its first character and query, decoded; of an absolute-form target
+    // (http://host/music/x.mp3) the part after the authority is taken the same way.
+    std::string path;
     HeaderMap headers;
     ParameterMap query;
 

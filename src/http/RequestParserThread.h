@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 
@@ -26,6 +27,11 @@ public:
     RequestParserThread() = default;
     ~RequestParserThread() override;
 
+    // Before Start: how long a request header may take from its first byte (see
+    // HttpConnection::ReadHeader).
+    void SetHeaderDeadline(std::chrono::milliseconds deadline) {
+        connection_.SetHeaderDeadline(deadline);
+    }
     // Takes over the accepted socket and starts the thread.
     [[nodiscard]] bool Start(TCPSocket socket, HttpRequestHandler& handler,
                              TransferStatusAggregator& aggregator);

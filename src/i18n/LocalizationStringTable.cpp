@@ -85,6 +85,9 @@ bool LocalizationStringTable::Load(std::istream& in) {
     std::string line, key, value;
     bool good = true;
     while (good && std::getline(in, line)) {
+        // A file saved on Windows ends its lines with CR LF; the CR belongs to the line
+        // break, not to the line, or a one-character spacer line would count as two.
+        if (line.ends_with('\r')) line.pop_back();
         switch (ParseEntry(line, key, value)) {
             case LineKind::kIgnored:
                 break;

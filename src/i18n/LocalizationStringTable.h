@@ -18,9 +18,10 @@ namespace Zarn {
 //
 // A language file ("Language/*.wul", UTF-8) starts with four lines: the magic line
 // "Korvel Lumidrop UI Language File" and three descriptive lines (language, translator,
-// version). Every further line is an entry   "key" = "value"   or is ignored when it
-// holds at most one character after leading blanks. Inside quotes, \" and \\ stand for
-// a quote and a backslash; any other backslash is kept as it is.
+// version). Lines end with LF or CR LF. Every further line is an entry
+// "key" = "value"   or is ignored when it holds at most one character after leading
+// blanks. Inside quotes, \" and \\ stand for a quote and a backslash; any other
+// backslash is kept as it is.
 class LocalizationStringTable {
 public:
     static constexpr char kMagicLine[] = "Korvel Lumidrop UI Language File";

@@ -92,6 +92,9 @@ void KorvelHttpRequestHandler::ReloadSkinsForDevelopers() const {
 
 void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
     HtmlPageSender pages(request, PageContext());
+    if (request.IsFormTooLarge()) {
+        return pages.SendErrorPage(413, "Payload Too Large", Translate("요청이 너무 큽니다."));
+    }
     const std::string& path = request.GetPath();
     std::string action = QueryValue(request, "action");
     size_t query_count = request.GetQueryParameters().size();

@@ -75,9 +75,10 @@ void UploadRequestProcessor::ReceiveParts(HttpRequest& request, const Folder& fo
     while (request.ReadNextPart(part)) {
         if (part.name != "uploadfile") continue;
         std::string sent(Trim(part.file_name, "\r\n\t "));
-        if (sent.empty()) continue;  // a file input left empty
+        if (sent.empty() && !part.has_malformed_file_name) continue;  // a file input left empty
         LogTranslated(kLogProgress, "파일: %s", sent.c_str());
-        std::optional<std::string> name = StoredName(sent);
+        std::optional<std::string> name =
+            part.has_malformed_file_name ? std::nullopt : StoredName(sent);
         if (!name || !IsVisibleName(*name, show_hidden_)) {
             results_.push_back(
                 {FormatTranslated("%s: 파일을 열지 못했습니다.", sent.c_str()), false});

@@ -16,6 +16,7 @@ struct ReadPart {
     std::string file_name;
     bool has_file_name = false;
     std::string data;
+    bool malformed_name = false;
 
     bool operator==(const ReadPart&) const = default;
 };
@@ -44,7 +45,8 @@ ReadResult ReadAll(const std::string& boundary, const std::string& body, uint32_
     MultipartPart part;
     std::vector<char> piece(piece_size);
     while (reader.ReadNextPart(part)) {
-        ReadPart read{part.name, part.file_name, part.has_file_name, {}};
+        ReadPart read{
+            part.name, part.file_name, part.has_file_name, {}, part.has_malformed_file_name};
         bool ended = false;
         while (!ended) {
             size_t got = reader.ReadPartData(piece.data(), piece.size(), ended);
@@ -115,6 +117,36 @@ std::vector<BodyCase> Cases() {
                      false});
     cases.push_back({"part header never ends", "q", "--q\r\nContent-Disposition: form", {}, false});
     cases.push_back({"boundary never comes", "q", std::string(30000, 'z'), {}, false});
+    // A raw line break in a quoted file name ends the header line inside the quotes; the
+    // name is refused rather than cut there, and the next part is read as usual.
+    const std::string ok =
+        Field(b, "name=\"uploadfile\"; filename=\"ok.txt\"", "fine") + "--" + b + "--\r\n";
+    const ReadPart ok_part{"uploadfile", "ok.txt", true, "fine"};
+    cases.push_back({"file name holding CR LF",
+                     b,
+                     Field(b, "name=\"uploadfile\"; filename=\"evil\r\n.txt\"", "data") + ok,
+                     {{"uploadfile", "evil", true, "data", true}, ok_part},
+                     true});
+    cases.push_back({"file name holding LF",
+                     b,
+                     Field(b, "name=\"uploadfile\"; filename=\"evil\n.txt\"", "data") + ok,
+                     {{"uploadfile", "evil", true, "data", true}, ok_part},
+                     true});
+    cases.push_back({"file name holding CR",
+                     b,
+                     Field(b, "filename=\"evil\r.txt\"; name=\"uploadfile\"", "data") + ok,
+                     {{"uploadfile", "evil\r.txt", true, "data", true}, ok_part},
+                     true});
+    cases.push_back({"file name without its closing quote",
+                     b,
+                     Field(b, "name=\"uploadfile\"; filename=\"open.txt", "data") + ok,
+                     {{"uploadfile", "open.txt", true, "data", true}, ok_part},
+                     true});
+    cases.push_back({"line breaks in a file name that end the part header",
+                     b,
+                     Field(b, "name=\"uploadfile\"; filename=\"x\r\n\r\ny.txt\"", "data") + ok,
+                     {{"uploadfile", "x", true, "y.txt\"\r\n\r\ndata", true}, ok_part},
+                     true});
     cases.push_back({"nothing after the last delimiter",
                      "q",
                      Field("q", "name=\"a\"", "1") + "--q",
@@ -173,14 +205,20 @@ TEST(MultipartReaderTest, ReadsDispositionParameters) {
         const char* name;
         const char* file_name;
         bool has_file_name;
+        bool malformed = false;
     };
     const Case cases[] = {
         {"form-data; name=\"a\"", "a", "", false},
         {"form-data; NAME=a ;  Filename=\"C:\\dir\\b.txt\"", "a", "C:\\dir\\b.txt", true},
         {"form-data; name=\"x\"; filename=\"\"", "x", "", true},
         {"form-data; filename=\"semi;colon.txt\"; name=\"f\"", "f", "semi;colon.txt", true},
+        {"form-data; filename=plain.txt", "", "plain.txt", true},
         {"form-data; name", "", "", false},
         {"", "", "", false},
+        {"form-data; name=\"f\"; filename=\"open", "f", "open", true, true},
+        {"form-data; name=\"f\"; filename=\"", "f", "", true, true},
+        {"form-data; filename=\"a\rb\"", "", "a\rb", true, true},
+        {"form-data; filename=a\nb", "", "a\nb", true, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.value);
@@ -189,6 +227,7 @@ TEST(MultipartReaderTest, ReadsDispositionParameters) {
         EXPECT_EQ(part.name, c.name);
         EXPECT_EQ(part.file_name, c.file_name);
         EXPECT_EQ(part.has_file_name, c.has_file_name);
+        EXPECT_EQ(part.has_malformed_file_name, c.malformed);
     }
 }
 

@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+#include <random>
 #include <sstream>
+#include <streambuf>
 
 #include "i18n/LocalizationStringTable.h"
 #include "i18n/Translate.h"
@@ -72,6 +76,83 @@ TEST(LocalizationStringTableTest, OneBadLineRefusesTheWholeFile) {
         EXPECT_FALSE(table.Load(in));
         EXPECT_EQ(table.Size(), 0u);
         EXPECT_EQ(table.Lookup("ok"), "ok");
+    }
+}
+
+// Hands the text out in reads of random sizes, the way a file may arrive.
+class ChunkedBuffer : public std::streambuf {
+public:
+    ChunkedBuffer(std::string text, uint32_t seed, size_t max_chunk)
+        : text_(std::move(text)), random_(seed), chunk_(1, max_chunk) {}
+
+protected:
+    int_type underflow() override {
+        if (gptr() < egptr()) return traits_type::to_int_type(*gptr());
+        if (offset_ >= text_.size()) return traits_type::eof();
+        size_t count = std::min(chunk_(random_), text_.size() - offset_);
+        char* begin = text_.data() + offset_;
+        setg(begin, begin, begin + count);
+        offset_ += count;
+        return traits_type::to_int_type(*begin);
+    }
+
+private:
+    std::string text_;
+    size_t offset_ = 0;
+    std::mt19937 random_;
+    std::uniform_int_distribution<size_t> chunk_;
+};
+
+std::string WithWindowsLineEnds(const std::string& text) {
+    std::string converted;
+    for (char c : text) {
+        if (c == '\n') converted += '\r';
+        converted += c;
+    }
+    return converted;
+}
+
+TEST(LocalizationStringTableTest, WindowsLineEndsReadLikeUnixOnes) {
+    struct Case {
+        const char* label;
+        std::string entries;  // with LF line ends
+        bool accepted;
+        std::map<std::string, std::string> lookups;
+    };
+    const Case cases[] = {
+        {"one-character spacer lines",
+         "\"a\" = \"A\"\nx\n\"b\" = \"B\"\n-\n",
+         true,
+         {{"a", "A"}, {"b", "B"}}},
+        {"blank lines and no final line end",
+         "\n\"a\" = \"A\"\n \n\t\n\"b\"=\"B\"",
+         true,
+         {{"a", "A"}, {"b", "B"}}},
+        {"a CR inside quotes is kept", "\"a\" = \"1\r2\"\n", true, {{"a", "1\r2"}}},
+        {"text after the value", "\"a\" = \"A\" ; note\n", true, {{"a", "A"}}},
+        {"a malformed line refuses the file", "\"a\" = \"A\"\nab\n", false, {}},
+        {"a value the line break leaves open", "\"a\" = \"A\n\"b\" = \"B\"\n", false, {}},
+    };
+    for (const Case& c : cases) {
+        for (bool windows : {false, true}) {
+            std::string text = kHeader + c.entries;
+            if (windows) text = WithWindowsLineEnds(text);
+            for (uint32_t seed = 0; seed <= 8; ++seed) {
+                SCOPED_TRACE(::testing::Message()
+                             << c.label << (windows ? ", CR LF" : ", LF") << ", seed " << seed);
+                // Seed 0 reads the file in one piece.
+                ChunkedBuffer buffer(text, seed, seed == 0 ? text.size() : 1 + seed % 4 * 5);
+                std::istream in(&buffer);
+                std::array<std::string, 3> descriptions;
+                ASSERT_TRUE(LocalizationStringTable::ReadHeader(in, descriptions));
+                EXPECT_EQ(descriptions[2], "1.0");
+                LocalizationStringTable table;
+                EXPECT_EQ(table.Load(in), c.accepted);
+                EXPECT_EQ(table.Size(), c.lookups.size());
+                for (const auto& [key, value] : c.lookups)
+                    EXPECT_EQ(table.Lookup(key), value);
+            }
+        }
     }
 }
 

@@ -32,6 +32,8 @@ public:
     ProgramRunner& operator=(const ProgramRunner&) = delete;
 
     [[nodiscard]] int Port() const { return port_; }
+    // The running program's process id (-1 once stopped), for looking at it in /proc.
+    [[nodiscard]] pid_t Pid() const { return pid_; }
     [[nodiscard]] const std::string& ListeningLine() const { return line_; }
 
     // Sends SIGTERM and waits; the exit status (-1 when it did not exit normally).
