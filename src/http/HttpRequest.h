@@ -118,6 +118,8 @@ public:
     [[nodiscard]] bool IsHeaderSent() const { return header_sent_; }
     [[nodiscard]] bool AreHeadersEnded() const { return headers_ended_; }
     [[nodiscard]] bool IsKeepAlive() const { return keep_alive_ && !body_left_unread_; }
+    // The response went out before the request's body was read (or asked for).
+    [[nodiscard]] bool IsBodyLeftUnread() const { return body_left_unread_; }
 
 private:
     void PrepareBody();

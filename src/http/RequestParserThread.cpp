@@ -1,5 +1,9 @@
 #include "http/RequestParserThread.h"
 
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
 #include <exception>
 
 #include "core/UrlCodec.h"
@@ -75,7 +79,28 @@ bool RequestParserThread::ServeOneRequest() {
 
     handler_->HandleRequest(request);
     request.Flush();
+    if (request.IsBodyLeftUnread()) LingerBeforeClose();
     return request.IsKeepAlive();
+}
+
+void RequestParserThread::LingerBeforeClose() {
+    // Closing while the client's unread body still arrives makes the kernel answer with a
+    // reset, which can destroy the response before the client reads it (a refused 413
+    // form, say). So the sending side closes first and what still comes is read and
+    // thrown away, for a little while and up to a bound.
+    int socket = connection_.GetSocket().GetHandle();
+    if (::shutdown(socket, SHUT_WR) != 0) return;
+    connection_.GetSocket().SetTimeouts(1);
+    auto deadline = std::chrono::steady_clock::now() + kLingerTime;
+    char scratch[16384];
+    size_t discarded = 0;
+    while (discarded < kMaxLingerBytes && std::chrono::steady_clock::now() < deadline &&
+           !IsStopSignalled()) {
+        ssize_t got = ::recv(socket, scratch, sizeof scratch, 0);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        discarded += static_cast<size_t>(got);
+    }
 }
 
 }  // namespace Zarn

@@ -45,8 +45,15 @@ public:
     uint32_t Run() override;
 
 private:
+    // How long, and for how many bytes, a connection answered before its body was read
+    // keeps reading before it closes.
+    static constexpr std::chrono::seconds kLingerTime{2};
+    static constexpr size_t kMaxLingerBytes = 4 << 20;
+
     // Serves one request; false when the connection is to end.
     [[nodiscard]] bool ServeOneRequest();
+    // Lets the client's unread body drain before the close, so the answer is not lost.
+    void LingerBeforeClose();
 
     // Held while the socket is shut down from outside or closed from inside, so the two
     // never race over the descriptor.

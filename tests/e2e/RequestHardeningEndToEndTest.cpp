@@ -10,7 +10,6 @@
 #include <random>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include "http/HttpRequest.h"
 #include "support/HttpClient.h"
@@ -163,6 +162,24 @@ TEST_F(RequestHardeningEndToEndTest, AFormOverOneMebibyteIsRefusedUnreadAndTheCo
         Fetch(program->Port(), FormHead("/docs/?action=MakeDirectory", body.size()) + body);
     EXPECT_EQ(made.status, 301);
     EXPECT_TRUE(std::filesystem::is_directory(share_ / "accepted"));
+}
+
+TEST_F(RequestHardeningEndToEndTest, AClientStillSendingAnOversizedFormReadsTheRefusal) {
+    auto program = Start();
+    TCPSocket client = ConnectTo(program->Port());
+    // Sent whole before anything is read, as simple clients do: closing on the unread rest
+    // must neither fail the send nor reset the connection before the answer is read.
+    std::string body(3 * HttpRequest::kMaxFormBytes, 'p');
+    bool sent = true;
+    try {
+        SendAll(client, FormHead("/docs/?action=MakeDirectory", body.size()) + body);
+    } catch (const socket_exception&) {
+        sent = false;
+    }
+    EXPECT_TRUE(sent);
+    HttpResponse answer = ParseResponse(ReadToClose(client));
+    EXPECT_EQ(answer.status, 413);
+    EXPECT_NE(answer.body.find("The request is too large."), std::string::npos);
 }
 
 TEST_F(RequestHardeningEndToEndTest, SilentClientsAnnouncingLargeFormsCostTheServerNoMemory) {
