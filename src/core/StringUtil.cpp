@@ -47,6 +47,10 @@ size_t FindIgnoringCase(std::string_view text, std::string_view what) {
     return std::string_view::npos;
 }
 
+bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && FindIgnoringCase(a, b) == 0;
+}
+
 std::string Concat(std::initializer_list<std::string_view> parts) {
     size_t size = 0;
     for (std::string_view part : parts)

@@ -17,6 +17,7 @@ inline constexpr std::string_view kBlankChars = "\r\n\t ";
 [[nodiscard]] std::string ToLowerAscii(std::string_view text);
 // Case-insensitive (ASCII) search; npos when absent.
 [[nodiscard]] size_t FindIgnoringCase(std::string_view text, std::string_view what);
+[[nodiscard]] bool EqualsIgnoringCase(std::string_view a, std::string_view b);
 
 // The texts one after another. (Also sidesteps a false -Wrestrict warning of GCC 12 on
 // literal + std::string.)

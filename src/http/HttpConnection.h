@@ -47,6 +47,10 @@ public:
     // Replaces the carry-over buffer (for tests and for handlers that push bytes back).
     void SetCarryOver(std::string bytes, bool starts_with_header_line_break);
 
+    // Where a response's head and small body pieces gather before they are sent. Kept
+    // with the connection so that its capacity serves every request on it.
+    [[nodiscard]] std::string& GetOutputBuffer() { return output_; }
+
 private:
     // Drops the "\r\n" of the header terminator that stands in front of the body.
     void DropHeaderLineBreak();
@@ -57,6 +61,7 @@ private:
     std::chrono::milliseconds header_deadline_ = kHeaderDeadline;
     std::string peer_ip_;
     std::string carry_over_;
+    std::string output_;
     size_t carry_start_ = 0;
     bool header_line_break_pending_ = false;
 };

@@ -1,9 +1,11 @@
 #include "http/HttpRequest.h"
 
 #include <sys/sendfile.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
@@ -11,6 +13,7 @@
 #include "core/StringUtil.h"
 #include "core/UrlCodec.h"
 #include "http/HttpConnection.h"
+#include "http/HttpDate.h"
 #include "log/Log.h"
 #include "net/SocketError.h"
 #include "net/socket_exception.h"
@@ -204,48 +207,97 @@ bool HttpRequest::IsMultipartBroken() const {
 
 namespace Zarn {
 
-void HttpRequest::BeginResponse(int code, const char* reason) {
-    DisposeBody();
-    Log(kLogTrace, "BeginResponse(%d, %s)", code, reason);
-    response_begun_ = true;
-    char status_line[128];
-    std::snprintf(status_line, sizeof status_line, "HTTP/1.1 %d %s\r\n", code, reason);
-    pending_ += status_line;
+ResponseTerms HttpRequest::GetResponseTerms() const {
+    std::string connection;
+    (void)GetHeader("CONNECTION", connection);
+    bool close = false;
+    bool keep_alive = false;
+    for (std::string_view token : Split(connection, ',')) {
+        close = close || EqualsIgnoringCase(Trim(token), "close");
+        keep_alive = keep_alive || EqualsIgnoringCase(Trim(token), "keep-alive");
+    }
+    bool http11 = head_.version == "HTTP/1.1";
+    bool http10 = head_.version == "HTTP/1.0";
+    return {.is_head = IsHead(),
+            .client_keeps_alive = !close && (http11 || (http10 && keep_alive)),
+            .accepts_chunked = http11,
+            .http10 = http10,
+            .body_read_whole = !body_left_unread_};
 }
 
-void HttpRequest::SendHeader(const std::string& name, const std::string& value) {
-    Log(kLogTrace, "SendHeader(%s, %s)", name.c_str(), value.c_str());
-    header_sent_ = true;
-    pending_ += name;
-    pending_ += ": ";
-    pending_ += value;
-    pending_ += "\r\n";
+void HttpRequest::SendHead(const ResponseHead& head) {
+    if (response_begun_) throw std::logic_error("A response has only one head");
+    DisposeBody();
+    Log(kLogTrace, "SendHead(%d)", head.GetCode());
+    response_begun_ = true;
+    ResponseHead::Written written = head.WriteTo(GetResponseTerms(), HttpDate::Now(), Output());
+    framing_ = written.framing;
+    keep_alive_ = written.keep_alive;
+    body_promised_ = head.GetContentLength().value_or(0);
+}
+
+std::string& HttpRequest::Output() {
+    return connection_ != nullptr ? connection_->GetOutputBuffer() : own_output_;
 }
 
 void HttpRequest::Send(const void* bytes, size_t length) {
-    if (!headers_ended_) {
-        if (!IsKeepAlive()) pending_ += "Connection:close\r\n";
-        pending_ += "\r\n";
-        header_sent_ = true;
-        headers_ended_ = true;
+    if (!response_begun_) throw std::logic_error("Body bytes before the response head");
+    if (length == 0 || response_ended_ || framing_ == BodyFraming::kNone) return;
+    if (framing_ == BodyFraming::kLength) {
+        // Never more than promised: the surplus would be read as the next response.
+        length = static_cast<size_t>(
+            std::min<uint64_t>(length, body_promised_ - std::min(body_promised_, body_sent_)));
     }
-    constexpr size_t kCoalesceBytes = 16 * 1024;
-    if (!pending_.empty() && length <= kCoalesceBytes) {
-        pending_.append(static_cast<const char*>(bytes), length);
-        length = 0;
+    if (framing_ == BodyFraming::kChunked) BeginChunk(length);
+    Write(static_cast<const char*>(bytes), length);
+    body_sent_ += length;
+}
+
+void HttpRequest::BeginChunk(uint64_t length) {
+    // The line break that ends a chunk's data goes out in front of the next chunk (or of
+    // the last, empty one), so that every chunk leaves in one write.
+    char size_line[32];
+    int size_length = std::snprintf(size_line, sizeof size_line, "%s%" PRIx64 "\r\n",
+                                    chunk_open_ ? "\r\n" : "", length);
+    Output().append(size_line, static_cast<size_t>(size_length));
+    chunk_open_ = length > 0;
+}
+
+void HttpRequest::Write(const char* bytes, size_t length) {
+    // Every Send leaves at once (a progress page depends on it), together with the head and
+    // the chunk line waiting in front of it: a small response leaves in one segment, and a
+    // large body follows in the segment of its head.
+    constexpr size_t kGatherBytes = 16 * 1024;
+    std::string& output = Output();
+    if (output.size() + length <= kGatherBytes) {
+        output.append(bytes, length);
+        return Flush();
     }
-    Flush();
-    SendAll(static_cast<const char*>(bytes), length);
+    Flush(true);
+    SendAll(bytes, length);
 }
 
 void HttpRequest::SendFileBody(int file_fd, uint64_t offset, uint64_t length) {
-    Send(nullptr, 0);  // the headers go first
+    if (!response_begun_) throw std::logic_error("Body bytes before the response head");
+    if (framing_ == BodyFraming::kNone || length == 0) return;
+    if (framing_ == BodyFraming::kChunked) BeginChunk(length);
     if (connection_ == nullptr) throw socket_exception("Connection closed");
+    Flush(true);  // the head leaves in the segment of the first file bytes
     int socket = connection_->GetSocket().GetHandle();
     auto position = static_cast<off_t>(offset);
-    while (length > 0) {
+    uint64_t left = length;
+    try {
+        SendFileBytes(socket, file_fd, position, left);
+    } catch (...) {
+        response_broken_ = true;
+        throw;
+    }
+}
+
+void HttpRequest::SendFileBytes(int socket, int file_fd, off_t position, uint64_t left) {
+    while (left > 0) {
         uint64_t allowance = status_.GetWriteAllowance(kDirectionDownload);
-        size_t chunk = static_cast<size_t>(std::min<uint64_t>({length, allowance, 1 << 30}));
+        size_t chunk = static_cast<size_t>(std::min<uint64_t>({left, allowance, 1 << 30}));
         ssize_t sent = ::sendfile(socket, file_fd, &position, std::max<size_t>(chunk, 1));
         if (sent < 0 && errno == EINTR) continue;
         if (sent < 0) {
@@ -256,39 +308,59 @@ void HttpRequest::SendFileBody(int file_fd, uint64_t offset, uint64_t length) {
             throw socket_exception();
         }
         if (sent == 0) throw std::runtime_error("The file ended before its length was sent");
-        length -= static_cast<uint64_t>(sent);
+        left -= static_cast<uint64_t>(sent);
+        body_sent_ += static_cast<uint64_t>(sent);
         status_.ReportTransferred(kDirectionDownload, static_cast<uint64_t>(sent));
     }
 }
 
 void HttpRequest::EndResponse() {
+    if (!response_begun_ || response_ended_) return;
     Log(kLogTrace, "EndResponse");
-    Send(nullptr, 0);
+    if (framing_ == BodyFraming::kChunked && !response_broken_) {
+        BeginChunk(0);
+        Output() += "\r\n";
+    }
+    response_ended_ = true;
+    Flush();
 }
 
-void HttpRequest::MarkHeadersEnded() {
-    headers_ended_ = true;
+bool HttpRequest::FinishResponse() {
+    if (!response_begun_) return false;
+    if (!response_broken_) EndResponse();
+    // A body that broke off or fell short of its Content-Length leaves the client unable
+    // to find the next response.
+    bool complete =
+        !response_broken_ && (framing_ != BodyFraming::kLength || body_sent_ == body_promised_);
+    return complete && IsKeepAlive();
 }
 
-void HttpRequest::Flush() {
-    if (pending_.empty()) return;
-    std::string bytes = std::move(pending_);
-    pending_.clear();
-    SendAll(bytes.data(), bytes.size());
+void HttpRequest::Flush(bool more) {
+    std::string& output = Output();
+    if (output.empty()) return;
+    if (connection_ == nullptr) throw socket_exception("Connection closed");
+    SendAll(output.data(), output.size(), more);
+    output.clear();
 }
 
-void HttpRequest::SendAll(const char* bytes, size_t length) {
+void HttpRequest::SendAll(const char* bytes, size_t length, bool more) {
     if (length == 0) return;
     if (connection_ == nullptr) throw socket_exception("Connection closed");
     TCPSocket& socket = connection_->GetSocket();
-    while (length > 0) {
-        // A send may take fewer bytes than offered (a send time-out, a signal); only what
-        // it took is counted, and the rest is offered again from where it stopped.
-        int chunk = static_cast<int>(std::min<size_t>(length, 1 << 30));
-        auto sent = static_cast<size_t>(socket.Send(bytes, chunk));
-        bytes += sent;
-        length -= sent;
-        status_.ReportTransferred(kDirectionDownload, sent);
+    try {
+        while (length > 0) {
+            // A send may take fewer bytes than offered (a send time-out, a signal); only
+            // what it took is counted, and the rest is offered again from where it stopped.
+            int chunk = static_cast<int>(std::min<size_t>(length, 1 << 30));
+            auto sent = static_cast<size_t>(socket.Send(bytes, chunk, more ? MSG_MORE : 0));
+            bytes += sent;
+            length -= sent;
+            // HEAD moves no file: its head is not counted as a transfer.
+            if (!IsHead()) status_.ReportTransferred(kDirectionDownload, sent);
+        }
+    } catch (...) {
+        response_broken_ = true;
+        throw;
     }
 }
 

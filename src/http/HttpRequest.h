@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -9,6 +11,7 @@
 #include "http/AuthenticationInfo.h"
 #include "http/MultipartReader.h"
 #include "http/RequestHead.h"
+#include "http/ResponseHead.h"
 #include "transfer/TransferStatusReporter.h"
 
 namespace Zarn {
@@ -86,27 +89,26 @@ public:
     [[nodiscard]] TransferStatusReporter& GetTransferStatus() { return status_; }
     [[nodiscard]] HttpConnection* GetConnection() const { return connection_; }
 
-    // The response. BeginResponse first reads and throws away whatever of the request body
-    // the handler left unread, then writes the status line. Headers follow; the first
-    // body bytes (or EndResponse) end them with "Connection:close" unless the handler
-    // called SetKeepAlive. Every send can throw socket_exception, and
-    // TransferKickedException when the owner kicked the transfer.
-    void BeginResponse(int code, const char* reason);
-    void SendHeader(const std::string& name, const std::string& value);
+    // The response. SendHead first reads and throws away whatever of the request body the
+    // handler left unread, then decides from the head and this request how the body is
+    // framed and whether the connection stays (see ResponseHead); the head waits to leave
+    // with the first body bytes. Send and SendFileBody write body bytes in that framing (for
+    // HEAD they write nothing), EndResponse ends the body. Every send can throw
+    // socket_exception, and TransferKickedException when the owner kicked the transfer.
+    void SendHead(const ResponseHead& head);
     void Send(const void* bytes, size_t length);
-    void EndResponse();
+    void Send(std::string_view bytes) { Send(bytes.data(), bytes.size()); }
     // Sends `length` bytes of an open file, from `offset`, as body bytes: straight from the
     // file to the socket (sendfile), in writes as large as the transfer status allows for
     // downloads, each reported and paced. Throws socket_exception when the connection
     // fails and std::runtime_error when the file ends early (the promised length can then
     // no longer be kept, so the connection must end).
     void SendFileBody(int file_fd, uint64_t offset, uint64_t length);
-    // For a handler that relays a header block which already holds its blank line.
-    void MarkHeadersEnded();
-    void SetKeepAlive() { keep_alive_ = true; }
-    // Writes out status line and headers still held back; the connection thread calls it
-    // after the handler, so a handler that forgot EndResponse still sends what it wrote.
-    void Flush();
+    void EndResponse();
+    // Ends the response after the handler: a body left open is ended, a response that
+    // broke or fell short of its length closes the connection. The connection thread calls
+    // it; true when the connection can carry the next request.
+    [[nodiscard]] bool FinishResponse();
     // One receive on the connection, counted as received bytes.
     int ReceiveRaw(void* buffer, int length);
 
@@ -114,9 +116,10 @@ public:
     [[nodiscard]] static std::string AuthenticateValue(AuthenticationInfo::Scheme scheme,
                                                        const std::string& realm);
 
+    [[nodiscard]] bool IsHead() const { return head_.method == HttpMethod::kHead; }
+    // What this request says about the response's framing and connection.
+    [[nodiscard]] ResponseTerms GetResponseTerms() const;
     [[nodiscard]] bool IsResponseBegun() const { return response_begun_; }
-    [[nodiscard]] bool IsHeaderSent() const { return header_sent_; }
-    [[nodiscard]] bool AreHeadersEnded() const { return headers_ended_; }
     [[nodiscard]] bool IsKeepAlive() const { return keep_alive_ && !body_left_unread_; }
     // The response went out before the request's body was read (or asked for).
     [[nodiscard]] bool IsBodyLeftUnread() const { return body_left_unread_; }
@@ -126,8 +129,18 @@ private:
     void ReadForm();
     void DisposeBody();
     // Sends all the bytes, reporting each send to the transfer status and keeping the
-    // speed limit after it.
-    void SendAll(const char* bytes, size_t length);
+    // speed limit after it. `more`: further bytes follow at once, so the kernel may hold
+    // these back to fill a segment.
+    void SendAll(const char* bytes, size_t length, bool more = false);
+    // The sendfile loop of SendFileBody.
+    void SendFileBytes(int socket, int file_fd, off_t position, uint64_t left);
+    // Writes the size line of the next chunk into the output buffer.
+    void BeginChunk(uint64_t length);
+    // Body bytes as they go on the wire, sent at once after what the output buffer holds.
+    void Write(const char* bytes, size_t length);
+    // Sends what the output buffer holds.
+    void Flush(bool more = false);
+    [[nodiscard]] std::string& Output();
 
     HttpConnection* connection_;
     TransferStatusReporter status_;
@@ -144,13 +157,16 @@ private:
     std::unique_ptr<MultipartReader> multipart_;
     mutable std::optional<std::string> client_address_;
 
-    // Status line and headers wait here and go out with the first body bytes, so a small
-    // response leaves in one segment; the bytes on the wire are the same.
-    std::string pending_;
+    // Without a connection, the output collects here (it is never sent).
+    std::string own_output_;
     bool response_begun_ = false;
-    bool header_sent_ = false;
-    bool headers_ended_ = false;
+    bool response_ended_ = false;
+    bool response_broken_ = false;  // a send failed part way: the framing cannot be trusted
     bool keep_alive_ = false;
+    bool chunk_open_ = false;  // a chunk's data went out without its closing line break
+    BodyFraming framing_ = BodyFraming::kUntilClose;
+    uint64_t body_sent_ = 0;
+    uint64_t body_promised_ = 0;  // for BodyFraming::kLength
 };
 
 }  // namespace Zarn

@@ -35,6 +35,7 @@ std::string_view NextLine(std::string_view& text) {
 HttpMethod MethodOf(std::string_view word) {
     if (word == "GET") return HttpMethod::kGet;
     if (word == "POST") return HttpMethod::kPost;
+    if (word == "HEAD") return HttpMethod::kHead;
     return HttpMethod::kOther;
 }
 

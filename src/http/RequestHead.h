@@ -7,7 +7,7 @@
 
 namespace Zarn {
 
-enum class HttpMethod { kGet = 0, kPost = 1, kOther = 2 };
+enum class HttpMethod { kGet = 0, kPost = 1, kOther = 2, kHead = 3 };
 
 // Header names are kept trimmed and upper-cased ("CONTENT-LENGTH"); a repeated name keeps
 // its first value, so a second Content-Length cannot override the one the body is

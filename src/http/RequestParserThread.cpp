@@ -22,6 +22,9 @@ bool RequestParserThread::Start(TCPSocket socket, HttpRequestHandler& handler,
                                 TransferStatusAggregator& aggregator) {
     connection_.GetSocket() = std::move(socket);
     connection_.GetSocket().SetTimeouts(kSocketTimeoutSeconds);
+    // Every response is gathered into whole writes (or marked to be continued), so
+    // Nagle's wait would only delay the last segment of each.
+    connection_.GetSocket().SetNoDelay();
     handler_ = &handler;
     aggregator_ = &aggregator;
     return AThread::Start();
@@ -78,9 +81,9 @@ bool RequestParserThread::ServeOneRequest() {
     status.SetUserName(request.GetUserName());
 
     handler_->HandleRequest(request);
-    request.Flush();
+    bool keep_alive = request.FinishResponse();
     if (request.IsBodyLeftUnread()) LingerBeforeClose();
-    return request.IsKeepAlive();
+    return keep_alive;
 }
 
 void RequestParserThread::LingerBeforeClose() {

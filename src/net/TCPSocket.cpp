@@ -70,11 +70,11 @@ void TCPSocket::SetTimeouts(int seconds) {
     }
 }
 
-int TCPSocket::Send(const void* buffer, int length) {
+int TCPSocket::Send(const void* buffer, int length, int flags) {
     if (length <= 0) return 0;
     ssize_t sent;
     do {
-        sent = RawSend(buffer, static_cast<size_t>(length), 0);
+        sent = RawSend(buffer, static_cast<size_t>(length), flags);
     } while (sent < 0 && errno == EINTR);
     if (sent <= 0) {
         ThrowTimedOutOrLastError();

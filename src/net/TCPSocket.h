@@ -24,8 +24,9 @@ public:
     void SetTimeouts(int seconds);
 
     // One send: returns how many bytes went (possibly fewer than `length`; callers loop).
-    // Throws on an error; a length of 0 sends nothing and returns 0.
-    int Send(const void* buffer, int length);
+    // Throws on an error; a length of 0 sends nothing and returns 0. `flags` as send(2)
+    // takes them (MSG_MORE: more follows at once).
+    int Send(const void* buffer, int length, int flags = 0);
     // Sends every byte, in as many sends as it takes; throws as Send does.
     void SendAll(std::string_view bytes);
     // One receive: returns how many bytes came (at least 1). Throws "Connection closed"

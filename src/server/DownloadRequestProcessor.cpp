@@ -1,12 +1,17 @@
 #include "server/DownloadRequestProcessor.h"
 
+#include <sys/stat.h>
+
 #include <stdexcept>
 
 #include "core/StringUtil.h"
-#include "core/TekoFile.h"
+#include "http/ByteRangeSet.h"
+#include "http/HttpDate.h"
 #include "http/HttpRequest.h"
+#include "http/Validators.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
+#include "server/HtmlPageSender.h"
 #include "share/MimeTypeTable.h"
 
 namespace Zarn {
@@ -29,13 +34,9 @@ bool IsActiveDocument(std::string_view type) {
 
 }  // namespace
 
-DownloadRequestProcessor::DownloadRequestProcessor(std::string local_path, bool ranged,
-                                                   ByteRangeSet ranges,
-                                                   std::unique_ptr<TekoFile> file)
-    : local_path_(std::move(local_path)),
-      ranged_(ranged),
-      ranges_(std::move(ranges)),
-      file_(std::move(file)) {}
+DownloadRequestProcessor::DownloadRequestProcessor(std::unique_ptr<TekoFile> file,
+                                                   std::string local_path, Context context)
+    : file_(std::move(file)), local_path_(std::move(local_path)), context_(context) {}
 
 void DownloadRequestProcessor::SendFile(HttpRequest& request) {
     LogTranslated(kLogProgress, "SendFile 시작");
@@ -47,37 +48,69 @@ void DownloadRequestProcessor::SendFile(HttpRequest& request) {
     }
 }
 
-void DownloadRequestProcessor::Send(HttpRequest& request) {
-    if (!file_) file_ = std::make_unique<TekoFile>();
-    if (!file_->IsOpen() && !file_->Open(local_path_, TekoFile::kModeRead)) {
-        throw std::runtime_error("Cannot open file");
-    }
-    TekoFile& file = *file_;
-    uint64_t size = file.GetSize();
-    uint64_t start = 0;
-    uint64_t length = size;
-    if (ranged_ && !ranges_.GetRanges().empty()) {
-        const ByteRangeSet::Range& range = ranges_.GetRanges().front();
-        start = range.first;
-        length = range.last - range.first + 1;
-        request.BeginResponse(206, "Partial Content");
-        request.SendHeader("Content-range", ranges_.ContentRangeValue());
-    } else {
-        request.BeginResponse(200, "OK");
-    }
-    // Progress shows as a part of the whole file, also for a range.
-    TransferStatusReporter& status = request.GetTransferStatus();
-    status.SetTotalSize(kDirectionDownload, size);
-    status.SetPosition(kDirectionDownload, start);
-    request.SendHeader("Content-Length", std::to_string(length));
-    std::string type = MimeTypeTable::Instance().Lookup(ExtensionOf(local_path_));
-    request.SendHeader("Content-Type", type);
+void DownloadRequestProcessor::AddFileHeaders(ResponseHead& head) const {
+    std::string type = context_.types->Lookup(ExtensionOf(local_path_));
+    head.Add("Content-Type", type);
     // Shared files come from visitors too. A browser must neither guess a script type
     // into a file nor run a page's scripts as this server: the page still shows, but in
     // an origin of its own that holds no visitor's credentials.
-    request.SendHeader("X-Content-Type-Options", "nosniff");
-    if (IsActiveDocument(type)) request.SendHeader("Content-Security-Policy", "sandbox");
-    request.SendFileBody(file.GetHandle(), start, length);
+    head.Add("X-Content-Type-Options", "nosniff");
+    if (IsActiveDocument(type)) head.Add("Content-Security-Policy", "sandbox");
+    head.Add("Accept-Ranges", "bytes");
+}
+
+void DownloadRequestProcessor::Send(HttpRequest& request) {
+    if (!file_ || !file_->IsOpen()) throw std::runtime_error("Cannot open file");
+    struct stat info {};
+    if (::fstat(file_->GetHandle(), &info) != 0) throw std::runtime_error("Cannot stat file");
+    Validators validators = Validators::OfFile(info);
+    std::string last_modified = HttpDate::Format(*validators.GetLastModified());
+
+    if (validators.IsNotModified(request.GetHeaders())) {
+        request.SendHead(ResponseHead(304, "Not Modified")
+                             .Add("ETag", validators.GetEntityTag())
+                             .Add("Last-Modified", last_modified)
+                             .AllowKeepAlive());
+        return request.EndResponse();
+    }
+
+    auto size = static_cast<uint64_t>(info.st_size);
+    ByteRangeSet ranges;
+    std::string range_header;
+    // A Range for another version of the file than the client holds would splice two
+    // versions together, so it is ignored and the whole file goes.
+    bool ranged = request.GetHeader("RANGE", range_header) &&
+                  validators.AllowsRange(request.GetHeaders()) && ranges.Parse(range_header);
+    if (ranged && !ranges.Resolve(size)) {
+        return context_.pages->SendErrorPage(416, "Requested Range Not Satisfiable",
+                                             Translate("요청한 범위가 파일에 없습니다."));
+    }
+    if (ranged && ranges.GetRanges().size() > 1) {
+        return context_.pages->SendErrorPage(501, "Not Implemented",
+                                             Translate("여러 범위는 지원하지 않습니다."));
+    }
+
+    uint64_t start = 0;
+    uint64_t length = size;
+    ResponseHead head(200, "OK");
+    if (ranged) {
+        const ByteRangeSet::Range& range = ranges.GetRanges().front();
+        start = range.first;
+        length = range.last - range.first + 1;
+        head = ResponseHead(206, "Partial Content");
+        head.Add("Content-range", ranges.ContentRangeValue());
+    }
+    AddFileHeaders(head);
+    head.Add("ETag", validators.GetEntityTag()).Add("Last-Modified", last_modified);
+    head.SetContentLength(length).AllowKeepAlive();
+    if (!request.IsHead()) {
+        // Progress shows as a part of the whole file, also for a range.
+        TransferStatusReporter& status = request.GetTransferStatus();
+        status.SetTotalSize(kDirectionDownload, size);
+        status.SetPosition(kDirectionDownload, start);
+    }
+    request.SendHead(head);
+    request.SendFileBody(file_->GetHandle(), start, length);
     request.EndResponse();
 }
 

@@ -4,35 +4,42 @@
 #include <string>
 
 #include "core/TekoFile.h"
-#include "http/ByteRangeSet.h"
 
 namespace Zarn {
 
+class HtmlPageSender;
 class HttpRequest;
+class MimeTypeTable;
+class ResponseHead;
 
-// Sends one local file as the body of a response, whole (200) or one byte range (206),
-// reporting progress to the transfer status, which paces the writes to the speed limit.
-// Made by the dispatcher for one request on its connection thread.
+// Sends one opened local file as the body of a response: whole (200), one byte range
+// (206), or nothing when the client's copy is current (304). Sends the file's validators
+// (ETag, Last-Modified) and honours If-None-Match, If-Modified-Since and If-Range; reports
+// progress to the transfer status, which paces the writes to the speed limit. Made by the
+// dispatcher for one request on its connection thread.
 class DownloadRequestProcessor {
 public:
-    // `ranges` is used only when `ranged` is set, and must then be resolved. `file` is the
-    // file already opened by the caller, or null to open it here.
-    DownloadRequestProcessor(std::string local_path, bool ranged, ByteRangeSet ranges,
-                             std::unique_ptr<TekoFile> file = nullptr);
-    virtual ~DownloadRequestProcessor() = default;
+    struct Context {
+        const MimeTypeTable* types = nullptr;
+        HtmlPageSender* pages = nullptr;  // for the 416 and 501 pages
+    };
 
-    // Never lets a standard exception out: a file that cannot be opened, a broken
-    // connection or a kicked transfer is logged ("SendFile 실패: (%s)") and the connection
-    // is then left to end.
+    // `file` is open for reading; `local_path` names it (its extension gives the type).
+    DownloadRequestProcessor(std::unique_ptr<TekoFile> file, std::string local_path,
+                             Context context);
+
+    // Never lets a standard exception out: a broken connection or a kicked transfer is
+    // logged ("SendFile 실패: (%s)") and the connection is then left to end.
     void SendFile(HttpRequest& request);
 
 private:
     void Send(HttpRequest& request);
+    // The headers every answer about the file carries.
+    void AddFileHeaders(ResponseHead& head) const;
 
-    std::string local_path_;
-    bool ranged_;
-    ByteRangeSet ranges_;
     std::unique_ptr<TekoFile> file_;
+    std::string local_path_;
+    Context context_;
 };
 
 }  // namespace Zarn

@@ -24,6 +24,10 @@ void HtmlPageSender::Write(const char* bytes, size_t length) {
 }
 
 void HtmlPageSender::FlushBuffer() {
+    if (head_) {
+        request_.SendHead(head_->SetStreamed());
+        head_.reset();
+    }
     if (buffer_.empty()) return;
     request_.Send(buffer_.data(), buffer_.size());
     buffer_.clear();
@@ -31,7 +35,6 @@ void HtmlPageSender::FlushBuffer() {
 
 void HtmlPageSender::SendMessagePage(const std::string& title, const std::string& content,
                                      bool hide_back_button) {
-    request_.BeginResponse(200, "OK");
     TextContent page;
     page.SetScalar("$title", title);
     page.SetScalar("$content", content);
@@ -42,7 +45,6 @@ void HtmlPageSender::SendMessagePage(const std::string& title, const std::string
 void HtmlPageSender::SendMessagePageWithAddress(const std::string& title,
                                                 const std::string& address,
                                                 const std::string& content) {
-    request_.BeginResponse(200, "OK");
     TextContent page;
     if (!title.empty()) page.SetScalar("$title", title);
     if (!address.empty()) page.SetScalar("$address", address);
@@ -52,11 +54,10 @@ void HtmlPageSender::SendMessagePageWithAddress(const std::string& title,
 
 void HtmlPageSender::SendErrorPage(int code, const std::string& reason,
                                    const std::string& content) {
-    request_.BeginResponse(code, HeaderSafe(reason).c_str());
     TextContent page;
     page.SetScalar("$title", std::to_string(code) + " " + HtmlEscape(reason));
     page.SetScalar("$content", content);
-    Render(page);
+    Render(page, ResponseHead(code, HeaderSafe(reason)));
 }
 
 void HtmlPageSender::SendLoginRefused() {
@@ -68,22 +69,24 @@ void HtmlPageSender::SendLogoutPage() {
 }
 
 void HtmlPageSender::SendUnauthorized(const std::string& title, const std::string& content) {
-    request_.BeginResponse(401, "Unauthorized");
-    request_.SendHeader("WWW-Authenticate",
-                        HttpRequest::AuthenticateValue(AuthenticationInfo::Scheme::kBasic, "/"));
+    ResponseHead head(401, "Unauthorized");
+    head.Add("WWW-Authenticate",
+             HttpRequest::AuthenticateValue(AuthenticationInfo::Scheme::kBasic, "/"));
     TextContent page;
     page.SetScalar("$title", title);
     page.SetScalar("$content", content);
-    Render(page);
+    Render(page, std::move(head));
 }
 
 void HtmlPageSender::SendRedirect(const std::string& target) {
-    request_.BeginResponse(301, "Moved Permanently");
-    request_.SendHeader("Location", UrlEncode(target));
+    request_.SendHead(ResponseHead(301, "Moved Permanently")
+                          .Add("Location", UrlEncode(target))
+                          .SetContentLength(0)
+                          .AllowKeepAlive());
     request_.EndResponse();
 }
 
-void HtmlPageSender::Render(TextContent& content) {
+void HtmlPageSender::Render(TextContent& content, ResponseHead head) {
     if (context_.before_render) context_.before_render();
     // "$skin" goes into script and style addresses, so it is only ever the name of the
     // skin that renders the page: a "skin" parameter naming anything else cannot make
@@ -104,13 +107,20 @@ void HtmlPageSender::Render(TextContent& content) {
     content.SetScalar("$server_path", HtmlEscape(path));
     content.SetScalar("$server_path_encoded", UrlEncode(path));
     content.SetScalar("$current_login_id", HtmlEscape(request_.GetUserName()));
-    request_.SendHeader("Content-Type", skin ? skin->GetMimeType() : "text/html");
+    head.Add("Content-Type", skin ? skin->GetMimeType() : "text/html");
+    if (context_.keep_alive) head.AllowKeepAlive();
+    head_ = std::move(head);
     if (skin) {
         skin->GetPage().Write(content, *this);
     } else {
         TextTemplate fallback;
         fallback.Parse(kFallbackPage);
         fallback.Write(content, *this);
+    }
+    if (head_) {
+        // The whole page fit: it leaves with its length, in one piece with its head.
+        request_.SendHead(head_->SetContentLength(buffer_.size()));
+        head_.reset();
     }
     FlushBuffer();
     request_.EndResponse();

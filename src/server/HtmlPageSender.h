@@ -1,8 +1,10 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
+#include "http/ResponseHead.h"
 #include "template/OutputStream.h"
 #include "template/TextContent.h"
 
@@ -13,8 +15,11 @@ class SkinManager;
 
 // Writes every HTML page the server makes itself through the current skin's page template:
 // message and error pages, the two 401 pages, and the listings (Render). Adds the server
-// variables to the page's own, sends the skin's content type and streams the rendered page
-// to the connection. Lives on the stack for one page; connection errors propagate.
+// variables to the page's own, sends the skin's content type and the rendered page. A page
+// that fits the buffer leaves with its Content-Length; a larger one streams out as it is
+// rendered, chunked, so that no listing sits whole in memory. A page keeps the
+// connection unless its context says otherwise. Lives on the stack for one page; connection errors
+// propagate.
 class HtmlPageSender : public OutputStream {
 public:
     struct Context {
@@ -22,6 +27,8 @@ public:
         int server_port = -1;
         // Runs before a page is rendered (skin developers mode reloads the skins there).
         std::function<void()> before_render{};
+        // Whether the page may keep the connection for the client's next request.
+        bool keep_alive = true;
     };
 
     HtmlPageSender(HttpRequest& request, Context context) : request_(request), context_(context) {}
@@ -43,11 +50,12 @@ public:
     void SendRedirect(const std::string& target);
 
     // The shared rendering: server variables, content type, the skin's page, end of the
-    // response. The status line (and any header) must already be written.
-    void Render(TextContent& content);
+    // response, under the given status line and headers.
+    void Render(TextContent& content, ResponseHead head = ResponseHead(200, "OK"));
 
 private:
-    // A page is rendered in many small pieces; they leave in writes of this size.
+    // A page is rendered in many small pieces; they leave in writes of this size, and a
+    // page no longer than this leaves whole, with its length.
     static constexpr size_t kBufferBytes = 64 * 1024;
 
     void FlushBuffer();
@@ -56,6 +64,9 @@ private:
     HttpRequest& request_;
     Context context_;
     std::string buffer_;
+    // The head of the page being rendered, until its length is known or the page
+    // outgrows the buffer.
+    std::optional<ResponseHead> head_;
 };
 
 }  // namespace Zarn

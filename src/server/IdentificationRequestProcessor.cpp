@@ -40,9 +40,11 @@ std::string IdentificationRequestProcessor::GetInstanceIdentifier() {
 
 void IdentificationRequestProcessor::Identify(HttpRequest& request) {
     std::string identifier = GetInstanceIdentifier();
-    request.BeginResponse(200, "OK");
-    request.SendHeader("Server", kProductName);
-    request.Send(identifier.data(), identifier.size());
+    request.SendHead(ResponseHead(200, "OK")
+                         .Add("Server", kProductName)
+                         .SetContentLength(identifier.size())
+                         .AllowKeepAlive());
+    request.Send(identifier);
     request.EndResponse();
 }
 

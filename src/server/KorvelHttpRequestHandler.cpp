@@ -6,7 +6,6 @@
 #include "config/KorvelConfig.h"
 #include "core/StringUtil.h"
 #include "core/TekoFile.h"
-#include "http/ByteRangeSet.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
@@ -65,8 +64,9 @@ HtmlPageSender::Context KorvelHttpRequestHandler::PageContext() const {
     return context;
 }
 
-UploadProgressTable& KorvelHttpRequestHandler::Uploads() const {
-    return services_.uploads ? *services_.uploads : UploadProgressTable::Instance();
+SystemRequestProcessor KorvelHttpRequestHandler::SystemFiles() const {
+    return SystemRequestProcessor(
+        {.files = services_.system_files, .skins = services_.skins, .types = services_.types});
 }
 
 void KorvelHttpRequestHandler::HandleRequest(HttpRequest& request) {
@@ -99,20 +99,22 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
     std::string action = QueryValue(request, "action");
     size_t query_count = request.GetQueryParameters().size();
 
-    if (request.GetMethod() == HttpMethod::kOther || path.find('\0') != std::string::npos) {
+    // HEAD asks what GET would answer, so it must not change anything either.
+    bool refused_head = request.IsHead() && ChangesState(request, action);
+    if (request.GetMethod() == HttpMethod::kOther || refused_head ||
+        path.find('\0') != std::string::npos) {
         return pages.SendErrorPage(400, "Bad Request", Translate("잘못된 요청입니다."));
     }
     if (!IsValidRequestPath(path))
         return pages.SendRedirect(Concat({"/", NormalizeRequestPath(path)}));
-    if (request.GetMethod() == HttpMethod::kGet && path.empty() && query_count == 1 &&
+    if (request.GetMethod() != HttpMethod::kPost && path.empty() && query_count == 1 &&
         action == "identify") {
         return IdentificationRequestProcessor().Identify(request);
     }
-    if (IsSystemFile(path, *services_.mounts))
-        return SystemRequestProcessor().SendSystemFile(request);
+    if (IsSystemFile(path, *services_.mounts)) return SystemFiles().SendSystemFile(request);
     if (action == "SkinFile" && query_count == 1) {
         ReloadSkinsForDevelopers();
-        return SystemRequestProcessor().SendSkinFile(request);
+        return SystemFiles().SendSkinFile(request);
     }
     if (action == "PluginResource") return SendNotFound(pages);
     if (!services_.ip_filter->IsAdmitted(request.GetClientAddress())) {
@@ -124,7 +126,7 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
                                    Translate("다른 사이트에서 보낸 요청은 받지 않습니다."));
     }
     if (action == "UploadStatus" && query_count == 2) {
-        return UploadStatusReportingRequestProcessor(Uploads()).SendStatus(request);
+        return UploadStatusReportingRequestProcessor(*services_.uploads).SendStatus(request);
     }
 
     const AuthenticationInfo* credentials = request.GetAuthenticationInfo();
@@ -174,7 +176,8 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     }
     if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
-        return UploadRequestProcessor(*services_.mounts, Uploads(), PageContext(), show_hidden)
+        return UploadRequestProcessor(*services_.mounts, *services_.uploads, PageContext(),
+                                      show_hidden)
             .ReceiveFile(request);
     }
     if (action == "MakeDirectory") {
@@ -205,17 +208,6 @@ void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& p
         return pages.SendErrorPage(500, "Internal Server Error",
                                    Translate("파일을 열지 못했습니다."));
     }
-    ByteRangeSet ranges;
-    std::string range_header;
-    bool ranged = request.GetHeader("RANGE", range_header) && ranges.Parse(range_header);
-    if (ranged && !ranges.Resolve(file->GetSize())) {
-        return pages.SendErrorPage(416, "Requested Range Not Satisfiable",
-                                   Translate("요청한 범위가 파일에 없습니다."));
-    }
-    if (ranged && ranges.GetRanges().size() > 1) {
-        return pages.SendErrorPage(501, "Not Implemented",
-                                   Translate("여러 범위는 지원하지 않습니다."));
-    }
     CounterToken token;
     try {
         services_.limits->Acquire(token, request.GetClientAddress());
@@ -226,7 +218,8 @@ void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& p
             total ? Translate("동시 다운로드 수가 한도에 이르렀습니다.")
                   : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
     }
-    DownloadRequestProcessor(target.local_path, ranged, std::move(ranges), std::move(file))
+    DownloadRequestProcessor(std::move(file), target.local_path,
+                             {.types = services_.types, .pages = &pages})
         .SendFile(request);
 }
 

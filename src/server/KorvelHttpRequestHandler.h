@@ -7,6 +7,7 @@
 
 #include "http/HttpRequestHandler.h"
 #include "server/HtmlPageSender.h"
+#include "server/SystemRequestProcessor.h"
 
 namespace Zarn {
 
@@ -14,8 +15,10 @@ class AccountManager;
 class ConnectionCountLimitManager;
 class IpFilter;
 class KorvelConfig;
+class MimeTypeTable;
 class MountManager;
 class SkinManager;
+class SystemFileTable;
 class UploadProgressTable;
 struct LocalTarget;
 
@@ -32,8 +35,10 @@ public:
         IpFilter* ip_filter = nullptr;
         SkinManager* skins = nullptr;
         ConnectionCountLimitManager* limits = nullptr;
-        UploadProgressTable* uploads = nullptr;  // null: the process-wide table
-        std::string home{};                      // for reloading skins in skin developers mode
+        UploadProgressTable* uploads = nullptr;
+        const MimeTypeTable* types = nullptr;
+        const SystemFileTable* system_files = nullptr;
+        std::string home{};  // for reloading skins in skin developers mode
         // The listening port, for the pages' "$server_port".
         std::function<int()> port = [] { return -1; };
     };
@@ -51,7 +56,7 @@ private:
     // served, so that edits show at once.
     void ReloadSkinsForDevelopers() const;
     [[nodiscard]] HtmlPageSender::Context PageContext() const;
-    [[nodiscard]] UploadProgressTable& Uploads() const;
+    [[nodiscard]] SystemRequestProcessor SystemFiles() const;
 
     Services services_;
 };

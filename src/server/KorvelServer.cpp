@@ -13,8 +13,8 @@ namespace Zarn {
 KorvelServer::KorvelServer(KorvelConfig& config, SkinManager& skins, std::string home)
     : config_(config), mounts_(config), accounts_(config, mounts_), ip_filter_(config) {
     IdentificationRequestProcessor::MakeInstanceIdentifier();
-    MimeTypeTable::Instance().LoadFromHome(home);
-    SystemFileTable::Instance().LoadBuiltIn();
+    types_.LoadFromHome(home);
+    system_files_.LoadBuiltIn();
     ApplyLimits();
     handler_ = std::make_unique<KorvelHttpRequestHandler>(KorvelHttpRequestHandler::Services{
         .config = &config_,
@@ -23,6 +23,9 @@ KorvelServer::KorvelServer(KorvelConfig& config, SkinManager& skins, std::string
         .ip_filter = &ip_filter_,
         .skins = &skins,
         .limits = &limits_,
+        .uploads = &uploads_,
+        .types = &types_,
+        .system_files = &system_files_,
         .home = std::move(home),
         .port = [this] { return web_server_.GetPort(); },
     });

@@ -6,8 +6,11 @@
 
 #include "http/WebServer.h"
 #include "server/KorvelHttpRequestHandler.h"
+#include "server/SystemFileTable.h"
+#include "server/UploadProgressTable.h"
 #include "share/AccountManager.h"
 #include "share/IpFilter.h"
+#include "share/MimeTypeTable.h"
 #include "share/MountManager.h"
 #include "transfer/ConnectionCountLimitManager.h"
 #include "transfer/GuiTransferStatusAggregator.h"
@@ -58,6 +61,9 @@ private:
     MountManager mounts_;
     AccountManager accounts_;
     IpFilter ip_filter_;
+    MimeTypeTable types_;
+    SystemFileTable system_files_;
+    UploadProgressTable uploads_;
     ConnectionCountLimitManager limits_;
     GuiTransferStatusAggregator transfers_;
     std::unique_ptr<KorvelHttpRequestHandler> handler_;

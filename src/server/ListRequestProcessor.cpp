@@ -144,7 +144,6 @@ void ListRequestProcessor::SendPage(HttpRequest& request, std::vector<Entry> ent
     page.SetList("$skins", std::move(skins));
     page.SetList("$view_plugins", {});
     page.SetList("$action_plugins", {});
-    request.BeginResponse(200, "OK");
     HtmlPageSender(request, options_.page).Render(page);
 }
 

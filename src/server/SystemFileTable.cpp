@@ -4,11 +4,6 @@
 
 namespace Zarn {
 
-SystemFileTable& SystemFileTable::Instance() {
-    static SystemFileTable instance;
-    return instance;
-}
-
 void SystemFileTable::LoadBuiltIn() {
     {
         std::lock_guard lock(mutex_);

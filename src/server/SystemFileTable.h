@@ -12,8 +12,6 @@ namespace Zarn {
 // "favicon.ico"). Filled from the files built into the program. Any thread may look up.
 class SystemFileTable {
 public:
-    [[nodiscard]] static SystemFileTable& Instance();
-
     // Empties the table and fills it with the built-in robots file and icon.
     void LoadBuiltIn();
     void Set(const std::string& name, std::string bytes);

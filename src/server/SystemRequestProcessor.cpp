@@ -1,8 +1,8 @@
 #include "server/SystemRequestProcessor.h"
 
-#include <cstring>
-
+#include "http/HttpDate.h"
 #include "http/HttpRequest.h"
+#include "http/Validators.h"
 #include "server/SystemFileTable.h"
 #include "share/MimeTypeTable.h"
 #include "skin/SkinManager.h"
@@ -10,7 +10,7 @@
 namespace Zarn {
 
 void SystemRequestProcessor::SendSystemFile(HttpRequest& request) {
-    std::shared_ptr<const std::string> bytes = SystemFileTable::Instance().Find(request.GetPath());
+    std::shared_ptr<const std::string> bytes = sources_.files->Find(request.GetPath());
     if (!bytes) return SendNotFound(request, "404 Not found :(");
     SendBytes(request, request.GetPath(), *bytes);
 }
@@ -18,7 +18,7 @@ void SystemRequestProcessor::SendSystemFile(HttpRequest& request) {
 void SystemRequestProcessor::SendSkinFile(HttpRequest& request) {
     const std::string& path = request.GetPath();
     size_t slash = path.find('/');
-    std::shared_ptr<const Skin> skin = SkinManager::Instance().Find(path.substr(0, slash));
+    std::shared_ptr<const Skin> skin = sources_.skins->Find(path.substr(0, slash));
     if (!skin) return SendNotFound(request, "Unable to find the skin.");
     std::string name = slash == std::string::npos ? std::string() : path.substr(slash + 1);
     std::shared_ptr<const std::string> bytes = skin->FindFile(name);
@@ -28,33 +28,24 @@ void SystemRequestProcessor::SendSkinFile(HttpRequest& request) {
 
 void SystemRequestProcessor::SendBytes(HttpRequest& request, const std::string& name,
                                        const std::string& bytes) {
-    request.BeginResponse(200, "OK");
-    request.SendHeader("Content-Type", MimeTypeTable::Instance().LookupFileName(name));
-    request.SendHeader("Content-Length", std::to_string(bytes.size()));
-    request.SendHeader("Expires", HttpDate(now_ + 86400));
-    request.Send(bytes.data(), bytes.size());
+    Validators validators = Validators::OfBytes(bytes);
+    bool current = validators.IsNotModified(request.GetHeaders());
+    ResponseHead head = current ? ResponseHead(304, "Not Modified") : ResponseHead(200, "OK");
+    if (!current) head.Add("Content-Type", sources_.types->LookupFileName(name));
+    head.Add("ETag", validators.GetEntityTag())
+        .Add("Cache-Control", "max-age=3600")
+        .Add("Expires", HttpDate::Format(now_ + 86400))
+        .SetContentLength(current ? 0 : bytes.size())
+        .AllowKeepAlive();
+    request.SendHead(head);
+    if (!current) request.Send(bytes);
     request.EndResponse();
 }
 
-void SystemRequestProcessor::SendNotFound(HttpRequest& request, const char* text) {
-    request.BeginResponse(404, "Not found");
-    request.Send(text, std::strlen(text));
+void SystemRequestProcessor::SendNotFound(HttpRequest& request, std::string_view text) {
+    request.SendHead(ResponseHead(404, "Not found").SetContentLength(text.size()).AllowKeepAlive());
+    request.Send(text);
     request.EndResponse();
-}
-
-std::string SystemRequestProcessor::HttpDate(std::time_t time) {
-    std::tm utc{};
-    ::gmtime_r(&time, &utc);
-    // Day and month names are fixed by the protocol (RFC 9110, section 5.6.7), whatever
-    // the locale.
-    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    char text[64];
-    std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d GMT", kDays[utc.tm_wday],
-                  utc.tm_mday, kMonths[utc.tm_mon], utc.tm_year + 1900, utc.tm_hour, utc.tm_min,
-                  utc.tm_sec);
-    return text;
 }
 
 }  // namespace Zarn

@@ -4,11 +4,6 @@
 
 namespace Zarn {
 
-UploadProgressTable& UploadProgressTable::Instance() {
-    static UploadProgressTable table;
-    return table;
-}
-
 uint32_t UploadProgressTable::MonotonicTick() {
     auto since_start = std::chrono::steady_clock::now().time_since_epoch();
     return static_cast<uint32_t>(

@@ -33,9 +33,6 @@ public:
 
     static constexpr uint32_t kStaleMilliseconds = 60000;
 
-    // The table the server uses.
-    static UploadProgressTable& Instance();
-
     explicit UploadProgressTable(Clock clock = MonotonicTick) : clock_(std::move(clock)) {}
 
     // Stores the entry under the key, stamped with the current tick.

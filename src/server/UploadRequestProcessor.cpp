@@ -173,7 +173,11 @@ void UploadRequestProcessor::SendAnswer(HttpRequest& request, bool succeeded) {
                                             : "<p class=\"upload-result upload-failed\">",
                            HtmlEscape(result.text), "</p>"});
     }
-    HtmlPageSender(request, page_)
+    // An upload is a long exchange that a browser does not follow with another request on
+    // the same connection; closing spares a thread the idle wait.
+    HtmlPageSender::Context context = page_;
+    context.keep_alive = false;
+    HtmlPageSender(request, context)
         .SendMessagePage(succeeded ? Translate("업로드 완료") : Translate("업로드 실패"), content,
                          false);
 }

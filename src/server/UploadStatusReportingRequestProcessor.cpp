@@ -90,8 +90,8 @@ bool UploadStatusReportingRequestProcessor::Wait(HttpRequest& request,
 void UploadStatusReportingRequestProcessor::SendStatus(HttpRequest& request) {
     std::string key;
     (void)request.GetQueryParameter("key", key);
-    request.BeginResponse(200, "OK");
-    request.SendHeader("Content-Type", "text/html");
+    // The page grows for as long as the upload runs and ends with the connection.
+    request.SendHead(ResponseHead(200, "OK").Add("Content-Type", "text/html").SetStreamed());
     const std::string head = "<meta http-equiv='Content-Type' content='text/html; charset=utf-8'>";
     request.Send(head.data(), head.size());
 

@@ -32,11 +32,6 @@ void ParseLine(const std::string& line, std::map<std::string, std::string, std::
 
 }  // namespace
 
-MimeTypeTable& MimeTypeTable::Instance() {
-    static MimeTypeTable instance;
-    return instance;
-}
-
 void MimeTypeTable::Load(std::string_view text) {
     std::map<std::string, std::string, std::less<>> types;
     while (!text.empty()) {

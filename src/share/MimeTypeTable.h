@@ -19,9 +19,6 @@ public:
     // A line this long or longer ends the table there (its first 127 characters count).
     static constexpr size_t kMaxLineChars = 128;
 
-    // The process-wide table; tests may make their own.
-    [[nodiscard]] static MimeTypeTable& Instance();
-
     // Replaces the whole table with the contents of the text.
     void Load(std::string_view text);
     // "mime-type.txt" of the home folder when it can be read, else the built-in copy;

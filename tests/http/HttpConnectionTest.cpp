@@ -159,8 +159,7 @@ TEST_F(HttpConnectionTest, LeavesAFormOverTheLimitUnread) {
     EXPECT_TRUE(request->IsFormTooLarge());
     EXPECT_TRUE(request->GetFormParameters().empty());
     // Answering reads none of the body either: the connection ends after the answer.
-    request->BeginResponse(413, "Payload Too Large");
-    request->EndResponse();
+    request->SendHead(ResponseHead(413, "Payload Too Large").SetContentLength(0).AllowKeepAlive());
     EXPECT_EQ(request->GetConsumedLength(), 0u);
     EXPECT_FALSE(request->IsKeepAlive());
     EXPECT_EQ(connection_.CarryOverSize(), 3u);

@@ -45,12 +45,42 @@ inline HttpResponse ParseResponse(const std::string& bytes) {
     return response;
 }
 
-// Sends the raw request text (a blank line is added when it has none) and reads the
-// response to the close.
+// Reads one response from the connection, its body as its head frames it: none for HEAD
+// and 304, Content-Length bytes, chunks (returned de-chunked, with "chunked" recorded in
+// `chunked`), or everything to the close.
+inline HttpResponse ReadResponse(TCPSocket& socket, bool head_request = false,
+                                 bool* chunked = nullptr) {
+    HttpResponse response = ParseResponse(ReadHead(socket));
+    if (chunked != nullptr) *chunked = false;
+    if (head_request || response.status == 304 || response.status == 204) return response;
+    if (ToLowerAscii(response.Header("Transfer-Encoding")).find("chunked") != std::string::npos) {
+        if (chunked != nullptr) *chunked = true;
+        for (;;) {
+            std::string line;
+            char c;
+            while (!line.ends_with("\r\n") && socket.ReceiveAll(&c, 1) == 1)
+                line += c;
+            size_t size = std::stoul(line, nullptr, 16);
+            response.body += ReadExactly(socket, size);
+            (void)ReadExactly(socket, 2);
+            if (size == 0) break;
+        }
+        return response;
+    }
+    if (!response.Header("Content-Length").empty()) {
+        response.body = ReadExactly(socket, std::stoul(response.Header("Content-Length")));
+        return response;
+    }
+    response.body = ReadToClose(socket);
+    return response;
+}
+
+// Sends the raw request text (a blank line is added when it has none) and reads one
+// response; the connection is dropped after it.
 inline HttpResponse Fetch(int port, const std::string& request) {
     TCPSocket socket = ConnectTo(port);
     SendAll(socket, request.find("\r\n\r\n") == std::string::npos ? request + "\r\n\r\n" : request);
-    return ParseResponse(ReadToClose(socket));
+    return ReadResponse(socket, request.starts_with("HEAD "));
 }
 
 inline HttpResponse Get(int port, const std::string& target, const std::string& headers = "") {

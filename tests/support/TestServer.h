@@ -61,4 +61,12 @@ inline std::string ReadHead(TCPSocket& socket) {
     return head;
 }
 
+// The response without its Date line, whose value changes every second.
+inline std::string WithoutDate(std::string response) {
+    size_t head_end = response.find("\r\n\r\n");
+    size_t date = response.find("\r\nDate: ");
+    if (date == std::string::npos || date >= head_end) return response;
+    return response.erase(date, response.find("\r\n", date + 2) - date);
+}
+
 }  // namespace Zarn::testing
