@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -51,6 +52,7 @@ void KorvelConfig::RegisterAll() {
     Register("downloadConnectionLimit", &downloadConnectionLimit, 0);
     Register("usePerIPDownloadConnectionLimit", &usePerIPDownloadConnectionLimit, false);
     Register("perIPdownloadConnectionLimit", &perIPdownloadConnectionLimit, 0);
+    Register("keepAliveTimeout", &keepAliveTimeout, kDefaultKeepAliveTimeout);
     Register("useHostName", &useHostName, false);
     Register("getPublicIP", &getPublicIP, true);
     Register("HostName", &HostName, "");
@@ -75,7 +77,15 @@ bool KorvelConfig::LoadFile() {
     std::ifstream in(settings_path_, std::ios::binary);
     if (!in) return false;
     if (in.peek() == 0xEF) in.ignore(3);
-    return Load(in);
+    if (!Load(in)) return false;
+    keepAliveTimeout = GetKeepAliveTimeout();
+    return true;
+}
+
+int KorvelConfig::GetKeepAliveTimeout() const {
+    // 0 or less is not read as "no limit", which would let forgotten connections hold
+    // their threads for ever, but as the shortest allowed.
+    return std::clamp(keepAliveTimeout, kMinKeepAliveTimeout, kMaxKeepAliveTimeout);
 }
 
 bool KorvelConfig::Save() {

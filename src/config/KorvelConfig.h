@@ -15,6 +15,10 @@ namespace Zarn {
 class KorvelConfig : public AbstractConfig {
 public:
     static constexpr char kFileName[] = "mount.ini";
+    static constexpr int kDefaultKeepAliveTimeout = 15;
+    static constexpr int kMinKeepAliveTimeout = 1;
+    // An hour: longer only keeps forgotten connections, and their threads, alive.
+    static constexpr int kMaxKeepAliveTimeout = 3600;
 
     // Registers every key with its default; reads nothing yet.
     KorvelConfig();
@@ -22,8 +26,9 @@ public:
     // defaults).
     explicit KorvelConfig(std::string settings_path);
 
-    // Reads the settings file, skipping a UTF-8 byte-order mark. False when it cannot
-    // be opened (the values stay as they were).
+    // Reads the settings file, skipping a UTF-8 byte-order mark, and brings values out of
+    // their range to the nearer bound. False when it cannot be opened (the values stay as
+    // they were).
     bool LoadFile();
     // Writes the whole file anew: a byte-order mark, then the store's lines. The bytes go
     // to "mount.ini.tmp" beside it, which is flushed to the disk and renamed over the old
@@ -34,6 +39,8 @@ public:
     [[nodiscard]] const std::string& GetPath() const { return settings_path_; }
     void SetPath(std::string settings_path) { settings_path_ = std::move(settings_path); }
     [[nodiscard]] CriticalSection& GetLock() { return lock_; }
+    // keepAliveTimeout within its bounds, however it was set.
+    [[nodiscard]] int GetKeepAliveTimeout() const;
 
     bool singleInstance = true;
     unsigned short port = 80;
@@ -49,6 +56,9 @@ public:
     int downloadConnectionLimit = 0;
     bool usePerIPDownloadConnectionLimit = false;
     int perIPdownloadConnectionLimit = 0;
+    // Seconds a connection may stay idle waiting for a request before it is closed
+    // (1..3600).
+    int keepAliveTimeout = kDefaultKeepAliveTimeout;
     bool useHostName = false;
     bool getPublicIP = true;
     std::string HostName;

@@ -1,5 +1,6 @@
 #include "http/HttpConnection.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <optional>
@@ -37,6 +38,7 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
     if (!socket_.IsValid()) return false;
     std::array<char, kMaxHeaderBytes> buffer;
     size_t filled = TakeCarryOver(buffer.data(), buffer.size());
+    const Clock::time_point idle_end = Clock::now() + keep_alive_timeout_;
     std::optional<Clock::time_point> deadline;  // runs from the request's first byte
     size_t new_from = 0;
     size_t terminator;
@@ -46,7 +48,12 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
         if (!deadline && HasRequestBegun(buffer.data(), filled)) {
             deadline = Clock::now() + header_deadline_;
         }
-        if (deadline) WaitForMoreHeader(*deadline);
+        if (!WaitReadableUntil(deadline.value_or(idle_end))) {
+            if (deadline) throw std::runtime_error("Illegal request: header too slow");
+            // Idle for too long: closing an idle connection silently is what a client
+            // must expect (RFC 9112 section 9.8), so no answer is owed.
+            return false;
+        }
         new_from = filled;
         filled += static_cast<size_t>(
             socket_.Receive(buffer.data() + filled, static_cast<int>(buffer.size() - filled)));
@@ -62,13 +69,13 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
     return true;
 }
 
-void HttpConnection::WaitForMoreHeader(std::chrono::steady_clock::time_point deadline) {
+bool HttpConnection::WaitReadableUntil(std::chrono::steady_clock::time_point end) {
     auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() > 0 && socket_.WaitReadable(left)) return;
-    // A failed wait before the deadline leaves it to the receive to report the error.
-    if (std::chrono::steady_clock::now() < deadline) return;
-    throw std::runtime_error("Illegal request: header too slow");
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    // Bytes already waiting count even when the time is up.
+    if (socket_.WaitReadable(std::max(left, std::chrono::milliseconds(0)))) return true;
+    // A failed wait before the end leaves it to the receive to report the error.
+    return std::chrono::steady_clock::now() < end;
 }
 
 const std::string& HttpConnection::GetPeerIp() {

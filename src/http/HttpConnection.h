@@ -21,6 +21,10 @@ public:
     // trickling a byte now and then (each well inside the socket's time-out) cannot hold
     // a connection thread for ever.
     static constexpr std::chrono::milliseconds kHeaderDeadline = std::chrono::seconds(60);
+    // How long a connection may wait for the first byte of a request before it is closed
+    // without an answer: the idle time between two requests of a kept-alive connection,
+    // and the time a new connection may take to say anything at all.
+    static constexpr std::chrono::milliseconds kDefaultKeepAliveTimeout = std::chrono::seconds(15);
 
     HttpConnection() = default;
     explicit HttpConnection(TCPSocket socket) : socket_(std::move(socket)) {}
@@ -30,15 +34,20 @@ public:
     [[nodiscard]] const std::string& GetPeerIp();
 
     // Reads one request header (at most 10,240 bytes) and parses it into `request`. The
-    // wait for its first byte is bounded only by the socket's time-out (a keep-alive
-    // connection idles there); from that byte on, the header deadline runs.
+    // wait for its first byte is bounded by the keep-alive time-out; from that byte on,
+    // the header deadline runs. A request already in the carry-over buffer (pipelined)
+    // starts at once, without any idle wait.
     // Throws socket_exception when the peer closes or breaks the connection, and
     // std::runtime_error "Illegal request: header too long" when no blank line comes
     // within the limit, "Illegal request: header too slow" when it does not come before
-    // the deadline. False only when there is no socket to read.
+    // the deadline. False when there is no socket to read, and when the keep-alive
+    // time-out passes before a request begins: the connection is then to be closed
+    // without an answer.
     [[nodiscard]] bool ReadHeader(HttpRequest& request);
     // Tests shorten the deadline so that they need not wait a minute.
     void SetHeaderDeadline(std::chrono::milliseconds deadline) { header_deadline_ = deadline; }
+    // Applies from the next ReadHeader on.
+    void SetKeepAliveTimeout(std::chrono::milliseconds timeout) { keep_alive_timeout_ = timeout; }
 
     // Moves up to `length` bytes of the carry-over buffer out (never the header's own
     // line break); 0 when it is empty.
@@ -54,11 +63,12 @@ public:
 private:
     // Drops the "\r\n" of the header terminator that stands in front of the body.
     void DropHeaderLineBreak();
-    // Waits until more of the header can be read; throws once the deadline has passed.
-    void WaitForMoreHeader(std::chrono::steady_clock::time_point deadline);
+    // Waits until the socket can be read; false when `end` passes first.
+    [[nodiscard]] bool WaitReadableUntil(std::chrono::steady_clock::time_point end);
 
     TCPSocket socket_;
     std::chrono::milliseconds header_deadline_ = kHeaderDeadline;
+    std::chrono::milliseconds keep_alive_timeout_ = kDefaultKeepAliveTimeout;
     std::string peer_ip_;
     std::string carry_over_;
     std::string output_;

@@ -5,10 +5,12 @@
 #include <cerrno>
 #include <chrono>
 #include <exception>
+#include <optional>
 
 #include "core/UrlCodec.h"
 #include "http/HttpRequest.h"
 #include "http/HttpRequestHandler.h"
+#include "http/IdleThreadPool.h"
 #include "log/Log.h"
 #include "net/socket_exception.h"
 
@@ -20,13 +22,12 @@ RequestParserThread::~RequestParserThread() {
 
 bool RequestParserThread::Start(TCPSocket socket, HttpRequestHandler& handler,
                                 TransferStatusAggregator& aggregator) {
-    connection_.GetSocket() = std::move(socket);
-    connection_.GetSocket().SetTimeouts(kSocketTimeoutSeconds);
-    // Every response is gathered into whole writes (or marked to be continued), so
-    // Nagle's wait would only delay the last segment of each.
-    connection_.GetSocket().SetNoDelay();
     handler_ = &handler;
     aggregator_ = &aggregator;
+    {
+        std::lock_guard lock(socket_mutex_);
+        UseConnection(std::move(socket));
+    }
     return AThread::Start();
 }
 
@@ -34,15 +35,33 @@ void RequestParserThread::Interrupt() {
     // Shut down first, so that a transfer woken from its speed-limit wait by the stop
     // signal finds its connection gone instead of sending on. Shut down, not closed: the
     // descriptor stays this thread's until it ends, so its number cannot be reused under
-    // a call that is still running.
-    {
-        std::lock_guard lock(socket_mutex_);
-        connection_.GetSocket().Shutdown();
-    }
+    // a call that is still running. Both happen under the socket lock, so a connection
+    // taken from the idle pool meanwhile is either shut down here or refused there.
+    std::lock_guard lock(socket_mutex_);
+    connection_.GetSocket().Shutdown();
     SignalStop();
 }
 
 uint32_t RequestParserThread::Run() {
+    do {
+        ServeConnection();
+    } while (TakeNextConnection());
+    Log(kLogTrace, "Thread exit.");
+    return 0;
+}
+
+void RequestParserThread::UseConnection(TCPSocket socket) {
+    socket.SetTimeouts(kSocketTimeoutSeconds);
+    // Every response leaves in whole writes (or marked to be continued), so Nagle's wait
+    // would only delay the last segment of each.
+    socket.SetNoDelay();
+    // A fresh connection object: nothing of the last client (its address, unread
+    // pipelined bytes) may reach the next one.
+    connection_ = HttpConnection(std::move(socket));
+    connection_.SetHeaderDeadline(header_deadline_);
+}
+
+void RequestParserThread::ServeConnection() {
     std::string client;
     try {
         client = connection_.GetPeerIp();
@@ -56,19 +75,28 @@ uint32_t RequestParserThread::Run() {
         Log(kLogError, "Unknown Exception");
         throw;
     }
-    {
-        std::lock_guard lock(socket_mutex_);
-        connection_.GetSocket().Close();
-    }
-    Log(kLogTrace, "Thread exit.");
-    return 0;
+    std::lock_guard lock(socket_mutex_);
+    connection_.GetSocket().Close();
+}
+
+bool RequestParserThread::TakeNextConnection() {
+    if (idle_pool_ == nullptr || IsStopSignalled()) return false;
+    std::optional<TCPSocket> next = idle_pool_->WaitForConnection();
+    if (!next) return false;
+    std::lock_guard lock(socket_mutex_);
+    // Interrupted meanwhile: nobody would shut this connection down any more, so it is
+    // closed unserved, as the connections the interruption cut.
+    if (IsStopSignalled()) return false;
+    UseConnection(std::move(*next));
+    return true;
 }
 
 bool RequestParserThread::ServeOneRequest() {
     HttpRequest request(&connection_, *aggregator_);
     request.GetTransferStatus().SetStopEvent(&StopEvent());
     request.Log(kLogTrace, "Receiving header...");
-    if (!ReadHeader(request)) return false;
+    connection_.SetKeepAliveTimeout(std::chrono::milliseconds(keep_alive_timeout_ms_.load()));
+    if (!connection_.ReadHeader(request)) return false;
     request.Log(kLogTrace, "Requested");
 
     std::string target = request.GetTarget();

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "http/HttpRequestHandler.h"
@@ -34,6 +35,13 @@ void WebServer::SetTransferStatusAggregator(TransferStatusAggregator* aggregator
     aggregator_ = aggregator != nullptr ? aggregator : &NullTransferStatusAggregator::Instance();
 }
 
+void WebServer::SetKeepAliveTimeout(std::chrono::milliseconds timeout) {
+    std::lock_guard lock(mutex_);
+    keep_alive_timeout_ = timeout;
+    for (auto& thread : threads_)
+        thread->SetKeepAliveTimeout(timeout);
+}
+
 bool WebServer::Listen(int port) {
     if (IsRunning()) return false;
     TCPServerSocket listener;
@@ -51,6 +59,7 @@ bool WebServer::Listen(int port) {
         std::lock_guard lock(mutex_);
         port_ = bound_port;
     }
+    idle_threads_.Open();
     if (!Start()) {
         listener_.Close();
         std::lock_guard lock(mutex_);
@@ -89,6 +98,9 @@ void WebServer::Stop() {
     Wake();
     Join();
 
+    // No connection is handed over any more; idle threads leave now, and a thread whose
+    // connection ends from here on leaves instead of waiting.
+    idle_threads_.Close();
     std::vector<std::unique_ptr<RequestParserThread>> threads;
     {
         std::lock_guard lock(mutex_);
@@ -108,7 +120,8 @@ void WebServer::Stop() {
 
 size_t WebServer::GetThreadCount() {
     std::lock_guard lock(mutex_);
-    return threads_.size();
+    return static_cast<size_t>(std::count_if(
+        threads_.begin(), threads_.end(), [](const auto& thread) { return thread->IsRunning(); }));
 }
 
 void WebServer::Wake() {
@@ -119,7 +132,11 @@ void WebServer::Wake() {
 uint32_t WebServer::Run() {
     while (!IsStopSignalled()) {
         pollfd waits[2] = {{listener_.GetHandle(), POLLIN, 0}, {wake_fd_.Get(), POLLIN, 0}};
-        int ready = ::poll(waits, 2, -1);
+        int ready = ::poll(waits, 2, kReapIntervalMs);
+        if (ready == 0) {
+            CleanupDeadThreads();
+            continue;
+        }
         if (ready < 0 && errno != EINTR) {
             Log(kLogTrace, "server.Accept(child) failed: Server socket seems to be closed.");
             (void)WaitForStop(std::chrono::milliseconds(10));
@@ -142,7 +159,7 @@ void WebServer::AcceptPending() {
     TCPSocket child;
     if (listener_.Accept(child)) {
         Log(kLogTrace, "server.Accept(child) succeeded");
-        StartNewThread(std::move(child));
+        HandOver(std::move(child));
         return;
     }
     // A connection that went away between poll and accept is not a failure.
@@ -163,11 +180,21 @@ void WebServer::AdoptNewListener() {
     listener_ = std::move(*next);
 }
 
+void WebServer::HandOver(TCPSocket socket) {
+    if (idle_threads_.Offer(socket)) return;
+    StartNewThread(std::move(socket));
+}
+
 void WebServer::StartNewThread(TCPSocket socket) {
     auto thread = std::make_unique<RequestParserThread>();
+    thread->SetIdlePool(&idle_threads_);
     Log(kLogTrace, "StartNewThread()");
-    if (!thread->Start(std::move(socket), *handler_, *aggregator_)) return;
+    // Set and listed under the lock, so that a keep-alive change made meanwhile reaches
+    // this thread too.
     std::lock_guard lock(mutex_);
+    thread->SetKeepAliveTimeout(keep_alive_timeout_);
+    if (!thread->Start(std::move(socket), *handler_, *aggregator_)) return;
+    ++created_threads_;
     threads_.push_back(std::move(thread));
 }
 

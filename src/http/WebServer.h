@@ -1,11 +1,15 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 #include "core/AThread.h"
 #include "core/UniqueFd.h"
+#include "http/HttpConnection.h"
+#include "http/IdleThreadPool.h"
 #include "net/TCPServerSocket.h"
 
 namespace Zarn {
@@ -15,13 +19,17 @@ class RequestParserThread;
 class TransferStatusAggregator;
 
 // The listening side of the HTTP server: its own thread accepts connections on every IPv4
-// interface and starts one RequestParserThread for each; there is no pool and no bound
-// here (the application refuses surplus downloads itself).
+// interface and hands each to a connection thread, which serves one connection at a time.
+// A thread whose connection has ended waits a while in the idle pool for the next one
+// (at most 64 threads, each up to 30 s), so a new connection usually finds a thread
+// ready; only when none waits is a thread created. Busy threads are not bounded here
+// (the application refuses surplus downloads itself).
 //
-// Listen, ChangePort, Stop and destruction are for one controlling thread. Stop ends every
-// thread of the server before it returns: the accept thread is woken and joined, every
-// connection is shut down (a transfer waiting for its speed limit stops waiting) and its
-// thread joined, so no response completes afterwards.
+// Listen, ChangePort, Stop and destruction are for one controlling thread; the setters
+// and the counts may be called from any thread. Stop ends every thread of the server
+// before it returns: the accept thread is woken and joined, idle threads are sent away,
+// every connection is shut down (a transfer waiting for its speed limit stops waiting)
+// and every thread joined, so no response completes afterwards.
 class WebServer : public AThread {
 public:
     WebServer();
@@ -30,6 +38,14 @@ public:
     // Set these before Listen; both must outlive the server's threads.
     void SetRequestHandler(HttpRequestHandler* handler);
     void SetTransferStatusAggregator(TransferStatusAggregator* aggregator);
+    // How long a connection may wait for a request's first byte, before its first request
+    // and between two (see HttpConnection::ReadHeader). A change applies to the waits that
+    // begin afterwards, on every connection.
+    void SetKeepAliveTimeout(std::chrono::milliseconds timeout);
+    // How many connection threads may wait idle at most, and for how long each.
+    void SetIdleThreadLimits(size_t max_idle, std::chrono::milliseconds max_wait) {
+        idle_threads_.SetLimits(max_idle, max_wait);
+    }
 
     // Starts listening on the port (0: any free port, see GetPort) and accepting.
     // False, with "server.Listen(%d) failed" logged and the port -1, when the port cannot
@@ -43,12 +59,22 @@ public:
     [[nodiscard]] bool ChangePort(int port);
     void Stop();
 
-    // Connection threads not reaped yet (for the console and tests).
+    // Connection threads alive: serving a connection or waiting idle for the next.
     [[nodiscard]] size_t GetThreadCount();
+    // Of those, the ones waiting idle.
+    [[nodiscard]] size_t GetIdleThreadCount() const { return idle_threads_.GetIdleCount(); }
+    // Connection threads created since the server was made: together with the number of
+    // connections, it tells how often a connection found an idle thread.
+    [[nodiscard]] uint64_t GetCreatedThreadCount() const { return created_threads_.load(); }
 
     uint32_t Run() override;
 
 private:
+    // Without traffic the accept thread still wakes this often, to join the threads that
+    // left the idle pool.
+    static constexpr int kReapIntervalMs = 30000;
+
+    void HandOver(TCPSocket socket);
     void StartNewThread(TCPSocket socket);
     void CleanupDeadThreads();
     void AcceptPending();
@@ -57,10 +83,13 @@ private:
 
     HttpRequestHandler* handler_;
     TransferStatusAggregator* aggregator_;
-    TCPServerSocket listener_;  // touched only by the accept thread while it runs
+    TCPServerSocket listener_;     // touched only by the accept thread while it runs
+    IdleThreadPool idle_threads_;  // before the threads: they wait in it
+    std::atomic<uint64_t> created_threads_{0};
     mutable std::mutex mutex_;  // guards the fields below
     std::unique_ptr<TCPServerSocket> next_listener_;
     std::vector<std::unique_ptr<RequestParserThread>> threads_;
+    std::chrono::milliseconds keep_alive_timeout_ = HttpConnection::kDefaultKeepAliveTimeout;
     int port_ = -1;
     UniqueFd wake_fd_;
 };

@@ -1,5 +1,7 @@
 #include "server/KorvelServer.h"
 
+#include <chrono>
+
 #include "config/KorvelConfig.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
@@ -42,6 +44,7 @@ void KorvelServer::ApplyLimits() {
     limits_.SetPerAddressLimit(config_.usePerIPDownloadConnectionLimit,
                                config_.perIPdownloadConnectionLimit);
     transfers_.SetTotalLimits(config_.totalUploadSpeedLimit, config_.totalDownloadSpeedLimit);
+    web_server_.SetKeepAliveTimeout(std::chrono::seconds(config_.GetKeepAliveTimeout()));
 }
 
 bool KorvelServer::Start(int port) {

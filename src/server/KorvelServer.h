@@ -51,7 +51,8 @@ public:
         std::lock_guard hold(display_address_mutex_);
         return display_address_;
     }
-    // Applies the four download-limit settings and the two speed limits.
+    // Applies the four download-limit settings, the two speed limits and the keep-alive
+    // time-out.
     void ApplyLimits();
 
 private:

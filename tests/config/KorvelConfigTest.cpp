@@ -27,6 +27,7 @@ const std::string kHandWritten =
     "downloadConnectionLimit=4\r\n"
     "followLinksOutOfMounts=0\r\n"
     "getPublicIP=0\r\n"
+    "keepAliveTimeout=40\r\n"
     "lastAddMountDirectory=/home/me\r\n"
     "perIPdownloadConnectionLimit=2\r\n"
     "port=8080\r\n"
@@ -70,6 +71,7 @@ TEST(KorvelConfigTest, HandWrittenFileLoadsAndSavesBackByteForByte) {
     home.Write(KorvelConfig::kFileName, kHandWritten);
     KorvelConfig config(home / KorvelConfig::kFileName);
     EXPECT_EQ(config.port, 8080);
+    EXPECT_EQ(config.keepAliveTimeout, 40);
     EXPECT_EQ(config.HostName, "my.example.org");
     EXPECT_EQ(config.ipFilterTable, (std::vector<std::string>{"192.168.0.*:allow", "*.*.*.*:ban"}));
     EXPECT_TRUE(config.wasRunning);
@@ -85,6 +87,41 @@ TEST(KorvelConfigTest, ReadsFilesWithAndWithoutByteOrderMark) {
         EXPECT_EQ(config.port, 81);
         EXPECT_FALSE(config.writeLog);
     }
+}
+
+TEST(KorvelConfigTest, KeepAliveTimeoutIsDefaultedAndKeptWithinItsBounds) {
+    struct Case {
+        const char* line;
+        int loaded;
+    };
+    const Case cases[] = {
+        {"", 15},
+        {"keepAliveTimeout=1", 1},
+        {"keepAliveTimeout=3600", 3600},
+        {"keepAliveTimeout=0", 1},
+        {"keepAliveTimeout=-20", 1},
+        {"keepAliveTimeout=3601", 3600},
+        {"keepAliveTimeout=86400", 3600},
+        {"keepAliveTimeout=soon", 15},
+    };
+    TempFolder home;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        home.Write(KorvelConfig::kFileName, std::string(c.line) + "\r\n");
+        KorvelConfig config(home / KorvelConfig::kFileName);
+        EXPECT_EQ(config.keepAliveTimeout, c.loaded);
+        // The corrected value is the one saved.
+        ASSERT_TRUE(config.Save());
+        EXPECT_NE(home.Read(KorvelConfig::kFileName)
+                      .find("\r\nkeepAliveTimeout=" + std::to_string(c.loaded) + "\r\n"),
+                  std::string::npos);
+    }
+    // A value set while the program runs is bounded where it is used.
+    KorvelConfig config;
+    config.keepAliveTimeout = 0;
+    EXPECT_EQ(config.GetKeepAliveTimeout(), 1);
+    config.keepAliveTimeout = 1 << 30;
+    EXPECT_EQ(config.GetKeepAliveTimeout(), 3600);
 }
 
 TEST(KorvelConfigTest, ChangeSaveReloadRoundTrip) {

@@ -249,6 +249,14 @@ TEST_F(ServerEndToEndTest, FolderCreationNeedsTheUploadRight) {
     EXPECT_EQ(Get(program->Port(), "/single.txt?action=MakeDirectory&name=x").status, 401);
 }
 
+TEST_F(ServerEndToEndTest, ClosesConnectionsIdleBeyondTheKeepAliveTimeout) {
+    auto program = Start("keepAliveTimeout=1\r\n");
+    TCPSocket silent = testing::ConnectTo(program->Port());
+    auto idle = testing::TimeUntilSilentClose(silent);
+    EXPECT_GE(idle, std::chrono::milliseconds(900));
+    EXPECT_LT(idle, std::chrono::seconds(3));
+}
+
 TEST(ProgramTest, StopsCleanlyAndRemembersThatItRan) {
     TempFolder home;
     ProgramRunner program(home.Path());

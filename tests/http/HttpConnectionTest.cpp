@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -218,6 +219,49 @@ TEST_F(HttpConnectionTest, StreamsMultipartBodyThenReadsTheNextRequest) {
     ASSERT_TRUE(connection_.ReadHeader(*next));
     EXPECT_EQ(next->GetPath(), "n");
     writer.join();
+}
+
+TEST_F(HttpConnectionTest, KeepAliveTimeoutBoundsOnlyTheWaitForARequestToBegin) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kIdle(200);
+    connection_.SetKeepAliveTimeout(kIdle);
+    // Sends the rest of a request only after the idle time has passed twice over.
+    auto send_late = [&](std::string bytes) {
+        return std::jthread([this, bytes, delay = 2 * kIdle] {
+            std::this_thread::sleep_for(delay);
+            SendAll(pair_.client, bytes);
+        });
+    };
+
+    // Pipelined requests, the last one cut short, are read whatever the idle time: one that
+    // is complete needs no wait, one that has begun waits under the header deadline.
+    SendAll(pair_.client, "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1.1\r\n\r\nGET /c HT");
+    for (std::string path : {"a", "b", "c"}) {
+        SCOPED_TRACE(path);
+        std::jthread rest;
+        if (path == "c") rest = send_late("TP/1.1\r\n\r\n");
+        auto request = NewRequest();
+        ASSERT_TRUE(connection_.ReadHeader(*request));
+        EXPECT_EQ(request->GetPath(), path);
+    }
+    // So does a request whose first byte comes in time.
+    SendAll(pair_.client, "G");
+    {
+        std::jthread rest = send_late("ET /d HTTP/1.1\r\n\r\n");
+        auto request = NewRequest();
+        ASSERT_TRUE(connection_.ReadHeader(*request));
+        EXPECT_EQ(request->GetPath(), "d");
+    }
+    // Silence, or blank lines that begin no request, end the read empty-handed.
+    for (std::string before : {"", "\r\n"}) {
+        SCOPED_TRACE(before.size());
+        SendAll(pair_.client, before);
+        auto started = Clock::now();
+        auto request = NewRequest();
+        EXPECT_FALSE(connection_.ReadHeader(*request));
+        EXPECT_GE(Clock::now() - started, kIdle);
+        EXPECT_LT(Clock::now() - started, std::chrono::seconds(5));
+    }
 }
 
 TEST_F(HttpConnectionTest, RefusesHeaderThatFillsTheBufferWithoutBlankLine) {

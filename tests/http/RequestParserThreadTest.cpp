@@ -5,11 +5,16 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
+#include <string>
+#include <vector>
 
+#include "http/IdleThreadPool.h"
 #include "http/RequestParserThread.h"
 #include "net/socket_exception.h"
 #include "support/LoopbackPair.h"
 #include "support/TestServer.h"
+#include "support/WaitUntil.h"
 #include "transfer/NullTransferStatusAggregator.h"
 
 namespace Zarn {
@@ -22,6 +27,8 @@ using testing::ReadExactly;
 using testing::ReadHead;
 using testing::ReadToClose;
 using testing::SendAll;
+using testing::TimeUntilSilentClose;
+using testing::WaitUntil;
 using testing::WithoutDate;
 
 constexpr milliseconds kDeadline(300);
@@ -31,19 +38,39 @@ class RequestParserThreadTest : public ::testing::Test {
 protected:
     void SetUp() override {
         thread_.SetHeaderDeadline(kDeadline);
+        thread_.SetIdlePool(&pool_);
         ASSERT_TRUE(thread_.Start(std::move(pair_.server), handler_,
                                   NullTransferStatusAggregator::Instance()));
     }
-    // A kept-alive connection would otherwise wait for a next request until its time-out.
-    void TearDown() override { thread_.Interrupt(); }
+    // A kept-alive connection would otherwise wait for a next request until its time-out,
+    // and an idle thread for its next connection.
+    void TearDown() override {
+        pool_.Close();
+        thread_.Interrupt();
+    }
+
+    std::vector<std::string> Paths() {
+        std::lock_guard lock(mutex_);
+        return paths_;
+    }
 
     LoopbackPair pair_ = LoopbackPair::Make();
     std::atomic<int> served_ = 0;
+    std::mutex mutex_;
+    std::vector<std::string> paths_;
+    // Keeps the connection unless the path is "close".
     FunctionHandler handler_{[this](HttpRequest& request) {
         ++served_;
-        request.SendHead(ResponseHead(200, "OK").SetContentLength(2).AllowKeepAlive());
+        {
+            std::lock_guard lock(mutex_);
+            paths_.push_back(request.GetPath());
+        }
+        ResponseHead head(200, "OK");
+        if (request.GetPath() != "close") head.AllowKeepAlive();
+        request.SendHead(head.SetContentLength(2));
         request.Send("ok", 2);
     }};
+    IdleThreadPool pool_;
     RequestParserThread thread_;  // last: stopped before what it uses goes away
 };
 
@@ -80,6 +107,25 @@ TEST_F(RequestParserThreadTest, IdleTimeBeforeARequestDoesNotCountTowardsTheDead
         std::string head = WithoutDate(ReadHead(pair_.client));
         EXPECT_EQ(head + ReadExactly(pair_.client, 2), kAnswer);
     }
+    EXPECT_EQ(served_, 2);
+}
+
+TEST_F(RequestParserThreadTest, ServesTheNextConnectionFromItsPoolAfresh) {
+    // The first connection ends on an answer that does not keep it, with a pipelined
+    // request left unread; nothing of it may reach the next client.
+    SendAll(pair_.client, "GET /close HTTP/1.1\r\n\r\nGET /stale HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(ReadToClose(pair_.client).ends_with("\r\n\r\nok"));
+    ASSERT_TRUE(WaitUntil([&] { return pool_.GetIdleCount() == 1; }));
+
+    LoopbackPair next = LoopbackPair::Make();
+    ASSERT_TRUE(pool_.Offer(next.server));
+    SendAll(next.client, "GET /fresh HTTP/1.1\r\n\r\n");
+    std::string head = WithoutDate(ReadHead(next.client));
+    EXPECT_EQ(head + ReadExactly(next.client, 2), kAnswer);
+    EXPECT_EQ(Paths(), (std::vector<std::string>{"close", "fresh"}));
+    // The shortened header deadline holds on the new connection too.
+    SendAll(next.client, "GET /slow HTTP/1.1\r\n");
+    EXPECT_LT(TimeUntilSilentClose(next.client), std::chrono::seconds(3));
     EXPECT_EQ(served_, 2);
 }
 

@@ -4,9 +4,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <random>
 #include <set>
 #include <thread>
 
+#include "core/ManualResetEvent.h"
 #include "core/UniqueFd.h"
 #include "http/ByteRangeSet.h"
 #include "http/WebServer.h"
@@ -14,6 +16,7 @@
 #include "support/LoopbackPair.h"
 #include "support/TempFolder.h"
 #include "support/TestServer.h"
+#include "support/WaitUntil.h"
 #include "transfer/NullTransferStatusAggregator.h"
 
 namespace Zarn {
@@ -26,7 +29,25 @@ using testing::ReadExactly;
 using testing::ReadHead;
 using testing::ReadToClose;
 using testing::SendAll;
+using testing::TimeUntilSilentClose;
+using testing::WaitUntil;
 using testing::WithoutDate;
+using namespace std::chrono_literals;
+
+// Answers "ok" with its length, keeping the connection unless the path is "close".
+void AnswerOk(HttpRequest& request) {
+    ResponseHead head(200, "OK");
+    if (request.GetPath() != "close") head.AllowKeepAlive();
+    request.SendHead(head.SetContentLength(2));
+    request.Send("ok", 2);
+}
+
+// Reads one answer of AnswerOk: its body, or the head that came instead.
+std::string ReadAnswer(TCPSocket& client) {
+    std::string head = ReadHead(client);
+    if (!head.starts_with("HTTP/1.1 200 OK\r\n")) return head;
+    return ReadExactly(client, 2);
+}
 
 class WebServerTest : public ::testing::Test {
 protected:
@@ -118,7 +139,135 @@ TEST_F(WebServerTest, ClientThatSaysNothingEndsWithConnectionClosed) {
     Serve([](HttpRequest&) {});
     { TCPSocket client = ConnectTo(server_.GetPort()); }
     EXPECT_TRUE(capture.WaitFor(kLogConnection, "[127.0.0.1] Socket Error: Connection closed"));
-    EXPECT_TRUE(capture.WaitFor(kLogTrace, "Thread exit."));
+    EXPECT_TRUE(WaitUntil([&] { return server_.GetIdleThreadCount() == 1; }));
+}
+
+TEST_F(WebServerTest, SequentialConnectionsReuseOneIdleThread) {
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    Serve([&](HttpRequest& request) {
+        {
+            std::lock_guard lock(mutex);
+            threads.insert(std::this_thread::get_id());
+        }
+        AnswerOk(request);
+    });
+    constexpr int kConnections = 6;
+    for (int i = 0; i < kConnections; ++i) {
+        SCOPED_TRACE(i);
+        {
+            // Every other connection is ended by the server, the rest by the client hanging
+            // up a kept connection.
+            TCPSocket client = ConnectTo(server_.GetPort());
+            SendAll(client,
+                    i % 2 == 0 ? "GET /close HTTP/1.1\r\n\r\n" : "GET /keep HTTP/1.1\r\n\r\n");
+            EXPECT_EQ(ReadAnswer(client), "ok");
+        }
+        ASSERT_TRUE(WaitUntil([&] { return server_.GetIdleThreadCount() == 1; }));
+    }
+    EXPECT_EQ(server_.GetCreatedThreadCount(), 1u);
+    EXPECT_EQ(server_.GetThreadCount(), 1u);
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(threads.size(), 1u);
+}
+
+TEST_F(WebServerTest, ThreadsBeyondTheIdleLimitEndWithTheirConnection) {
+    server_.SetIdleThreadLimits(2, 30s);
+    std::atomic<int> entered{0};
+    ManualResetEvent release;
+    Serve([&](HttpRequest& request) {
+        ++entered;
+        release.Wait();
+        AnswerOk(request);
+    });
+    std::vector<TCPSocket> clients;
+    for (int i = 0; i < 4; ++i) {
+        clients.push_back(ConnectTo(server_.GetPort()));
+        SendAll(clients.back(), "GET /close HTTP/1.1\r\n\r\n");
+    }
+    ASSERT_TRUE(WaitUntil([&] { return entered == 4; }));
+    release.Set();
+    for (TCPSocket& client : clients)
+        EXPECT_EQ(ReadAnswer(client), "ok");
+    EXPECT_TRUE(WaitUntil([&] { return server_.GetThreadCount() == 2; }));
+    EXPECT_EQ(server_.GetIdleThreadCount(), 2u);
+    EXPECT_EQ(server_.GetCreatedThreadCount(), 4u);
+}
+
+TEST_F(WebServerTest, AnIdleThreadEndsWhenItsWaitRunsOut) {
+    server_.SetIdleThreadLimits(64, 50ms);
+    Serve(AnswerOk);
+    for (int i = 0; i < 2; ++i) {
+        TCPSocket client = ConnectTo(server_.GetPort());
+        SendAll(client, "GET /close HTTP/1.1\r\n\r\n");
+        EXPECT_EQ(ReadAnswer(client), "ok");
+        ASSERT_TRUE(WaitUntil([&] { return server_.GetThreadCount() == 0; }));
+    }
+    EXPECT_EQ(server_.GetCreatedThreadCount(), 2u);
+}
+
+TEST_F(WebServerTest, HandOversRacingTheEndOfIdleWaitsLoseNoConnection) {
+    server_.SetIdleThreadLimits(64, 1ms);
+    Serve(AnswerOk);
+    std::mt19937 random(7);
+    constexpr int kConnections = 300;
+    for (int i = 0; i < kConnections; ++i) {
+        TCPSocket client = ConnectTo(server_.GetPort());
+        client.SetTimeouts(5);  // a lost connection fails the test instead of hanging it
+        SendAll(client, "GET /close HTTP/1.1\r\n\r\n");
+        ASSERT_EQ(ReadAnswer(client), "ok") << "connection " << i;
+        // Scatters the next connection around the moment the idle wait runs out.
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(std::uniform_int_distribution(0, 1500)(random)));
+    }
+    // Both ways were taken: some connections found a thread waiting, some a thread gone.
+    EXPECT_GT(server_.GetCreatedThreadCount(), 1u);
+    EXPECT_LT(server_.GetCreatedThreadCount(), static_cast<uint64_t>(kConnections));
+}
+
+TEST_F(WebServerTest, IdleConnectionsCloseSilentlyAfterTheKeepAliveTimeout) {
+    server_.SetKeepAliveTimeout(1s);
+    Serve(AnswerOk);
+    // One client says nothing at all, the other idles after an answer that kept it.
+    TCPSocket silent = ConnectTo(server_.GetPort());
+    TCPSocket kept = ConnectTo(server_.GetPort());
+    SendAll(kept, "GET /keep HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadAnswer(kept), "ok");
+    auto kept_idle = TimeUntilSilentClose(kept);
+    // The server's clock started a moment before the answer reached the client.
+    EXPECT_GE(kept_idle, 900ms);
+    EXPECT_LT(kept_idle, 3s);
+    EXPECT_LT(TimeUntilSilentClose(silent), 3s);
+    // Their threads wait for new connections.
+    EXPECT_TRUE(WaitUntil([&] { return server_.GetIdleThreadCount() == 2; }));
+}
+
+TEST_F(WebServerTest, RequestsWithinTheKeepAliveTimeoutAreServed) {
+    server_.SetKeepAliveTimeout(1s);
+    Serve(AnswerOk);
+    TCPSocket client = ConnectTo(server_.GetPort());
+    // Every pause is well inside the time-out and together they are well past it: the
+    // time-out counts from the last answer.
+    for (int i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        if (i > 0) {
+            EXPECT_FALSE(client.WaitReadable(600ms));  // neither closed nor answered
+        }
+        SendAll(client, "GET /keep HTTP/1.1\r\n\r\n");
+        EXPECT_EQ(ReadAnswer(client), "ok");
+    }
+}
+
+TEST_F(WebServerTest, AKeepAliveTimeoutChangeReachesOpenConnections) {
+    Serve(AnswerOk);
+    TCPSocket client = ConnectTo(server_.GetPort());
+    SendAll(client, "GET /keep HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadAnswer(client), "ok");
+    // The wait under way keeps the time-out it began with; the next one has the new one.
+    server_.SetKeepAliveTimeout(1s);
+    SendAll(client, "GET /keep HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadAnswer(client), "ok");
+    EXPECT_LT(TimeUntilSilentClose(client), 3s);
 }
 
 TEST_F(WebServerTest, ChangesPortOnlyWhenTheNewOneCanBeHad) {
@@ -198,6 +347,36 @@ TEST_F(WebServerTest, StopEndsEveryThreadPromptlyEvenMidThrottle) {
     EXPECT_LT(body.size(), std::string("chunk").size() * 100);  // cut off, never finished
     // The server can listen again afterwards.
     ASSERT_TRUE(server_.Listen(0));
+}
+
+TEST_F(WebServerTest, StopSendsIdleThreadsAwayAndCutsConnectionsMidRequest) {
+    Serve(AnswerOk);
+    // One thread waits for a kept connection's next request, one for the rest of a header,
+    // one for a new connection: each for many seconds.
+    TCPSocket kept = ConnectTo(server_.GetPort());
+    SendAll(kept, "GET /keep HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadAnswer(kept), "ok");
+    TCPSocket half = ConnectTo(server_.GetPort());
+    SendAll(half, "GET /half HTTP/1.1\r\nHost: x");
+    TCPSocket finished = ConnectTo(server_.GetPort());
+    SendAll(finished, "GET /close HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadAnswer(finished), "ok");
+    ASSERT_TRUE(WaitUntil(
+        [&] { return server_.GetThreadCount() == 3 && server_.GetIdleThreadCount() == 1; }));
+
+    auto started = std::chrono::steady_clock::now();
+    server_.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
+    EXPECT_EQ(server_.GetThreadCount(), 0u);
+    EXPECT_EQ(server_.GetIdleThreadCount(), 0u);
+    EXPECT_EQ(ReadToClose(kept), "");
+    EXPECT_EQ(ReadToClose(half), "");
+    // Listening again brings the idle pool back.
+    ASSERT_TRUE(server_.Listen(0));
+    TCPSocket again = ConnectTo(server_.GetPort());
+    SendAll(again, "GET /close HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(ReadAnswer(again), "ok");
+    EXPECT_TRUE(WaitUntil([&] { return server_.GetIdleThreadCount() == 1; }));
 }
 
 TEST_F(WebServerTest, DestroyingTheServerWhileRequestsRunIsSafe) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -42,6 +43,16 @@ inline std::string ReadToClose(TCPSocket& socket) {
     } catch (const socket_exception&) {
     }
     return bytes;
+}
+
+// How long the peer took to close the connection, sending nothing more; the safety net
+// of five seconds when it sent something or did not close.
+inline std::chrono::steady_clock::duration TimeUntilSilentClose(TCPSocket& socket) {
+    constexpr int kSafetySeconds = 5;
+    socket.SetTimeouts(kSafetySeconds);
+    auto started = std::chrono::steady_clock::now();
+    if (!ReadToClose(socket).empty()) return std::chrono::seconds(kSafetySeconds);
+    return std::chrono::steady_clock::now() - started;
 }
 
 // Reads exactly `count` bytes (fewer only when the peer closes first).
