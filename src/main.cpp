@@ -100,6 +100,9 @@ int Serve(const CommandLine& line) {
     pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
     KorvelServer server(config, SkinManager::Instance(), home);
+    // What start-up has logged so far reaches standard error before this function's own
+    // messages do, so that they read in the order they happened.
+    log_writer.Flush();
     if (server.GetMounts().HadLoadProblems()) {
         std::fprintf(stderr, "lumidrop: some mounts in %s could not be read and were skipped\n",
                      settings_path.c_str());
@@ -109,6 +112,7 @@ int Serve(const CommandLine& line) {
     int port = line.port.value_or(config.port);
     if (!server.Start(port)) {
         int code = LastSocketError();
+        log_writer.Flush();
         std::fprintf(stderr, "lumidrop: cannot listen on port %d: %s%s\n", port, ErrorText(code),
                      code == 10013 || code == 10048 ? " (choose another port with --port N)" : "");
         return 1;
