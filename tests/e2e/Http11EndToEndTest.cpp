@@ -154,8 +154,8 @@ TEST_F(Http11EndToEndTest, ValidatorsAnswerNotModifiedAndGuardRanges) {
     TCPSocket client = ConnectTo(port_);
     for (const std::string& condition :
          {"If-None-Match: " + tag, "If-Modified-Since: " + modified}) {
-        HttpResponse current = Exchange(
-            client, "GET /docs/a.bin HTTP/1.1\r\nHost: t\r\n" + condition + "\r\n\r\n");
+        HttpResponse current =
+            Exchange(client, "GET /docs/a.bin HTTP/1.1\r\nHost: t\r\n" + condition + "\r\n\r\n");
         EXPECT_EQ(current.status, 304) << condition;
         EXPECT_EQ(current.Header("ETag"), tag);
         EXPECT_EQ(current.body, "");
@@ -175,10 +175,10 @@ TEST_F(Http11EndToEndTest, ValidatorsAnswerNotModifiedAndGuardRanges) {
     EXPECT_EQ(stale.status, 200);
     EXPECT_EQ(stale.body, content_ + "grown");
     EXPECT_NE(stale.Header("ETag"), tag);
-    EXPECT_EQ(
-        Exchange(client, "GET /docs/a.bin HTTP/1.1\r\nHost: t\r\nIf-None-Match: " + tag + "\r\n\r\n")
-            .status,
-        200);
+    EXPECT_EQ(Exchange(client,
+                       "GET /docs/a.bin HTTP/1.1\r\nHost: t\r\nIf-None-Match: " + tag + "\r\n\r\n")
+                  .status,
+              200);
 
     // Skin files revalidate by their tag and may be kept an hour.
     HttpResponse script = Get(port_, "/.default/common.js?action=SkinFile");
@@ -215,8 +215,9 @@ TEST_F(Http11EndToEndTest, ALargeListingIsChunkedAndMatchesTheWholePage) {
 
 TEST_F(Http11EndToEndTest, AbsoluteFormTargetsAreServedOnKeptConnections) {
     TCPSocket client = ConnectTo(port_);
-    EXPECT_EQ(Exchange(client, "GET http://elsewhere:81/docs/a.bin HTTP/1.1\r\nHost: t\r\n\r\n").body,
-              content_);
+    EXPECT_EQ(
+        Exchange(client, "GET http://elsewhere:81/docs/a.bin HTTP/1.1\r\nHost: t\r\n\r\n").body,
+        content_);
     EXPECT_EQ(Exchange(client, "HEAD http://t/docs/ HTTP/1.1\r\nHost: t\r\n\r\n").status, 200);
 }
 
