@@ -35,8 +35,9 @@ bool IsActiveDocument(std::string_view type) {
 }  // namespace
 
 DownloadRequestProcessor::DownloadRequestProcessor(std::unique_ptr<TekoFile> file,
-                                                   std::string local_path, Context context)
-    : file_(std::move(file)), local_path_(std::move(local_path)), context_(context) {}
+                                                   std::string local_path, const struct stat& info,
+                                                   Context context)
+    : file_(std::move(file)), local_path_(std::move(local_path)), info_(info), context_(context) {}
 
 void DownloadRequestProcessor::SendFile(HttpRequest& request) {
     LogTranslated(kLogProgress, "SendFile 시작");
@@ -61,9 +62,7 @@ void DownloadRequestProcessor::AddFileHeaders(ResponseHead& head) const {
 
 void DownloadRequestProcessor::Send(HttpRequest& request) {
     if (!file_ || !file_->IsOpen()) throw std::runtime_error("Cannot open file");
-    struct stat info {};
-    if (::fstat(file_->GetHandle(), &info) != 0) throw std::runtime_error("Cannot stat file");
-    Validators validators = Validators::OfFile(info);
+    Validators validators = Validators::OfFile(info_);
     std::string last_modified = HttpDate::Format(*validators.GetLastModified());
 
     if (validators.IsNotModified(request.GetHeaders())) {
@@ -74,7 +73,7 @@ void DownloadRequestProcessor::Send(HttpRequest& request) {
         return request.EndResponse();
     }
 
-    auto size = static_cast<uint64_t>(info.st_size);
+    auto size = static_cast<uint64_t>(info_.st_size);
     ByteRangeSet ranges;
     std::string range_header;
     // A Range for another version of the file than the client holds would splice two

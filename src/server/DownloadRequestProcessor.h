@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <memory>
 #include <string>
 
@@ -24,9 +26,10 @@ public:
         HtmlPageSender* pages = nullptr;  // for the 416 and 501 pages
     };
 
-    // `file` is open for reading; `local_path` names it (its extension gives the type).
+    // `file` is open for reading; `local_path` names it (its extension gives the type) and
+    // `info` is its status.
     DownloadRequestProcessor(std::unique_ptr<TekoFile> file, std::string local_path,
-                             Context context);
+                             const struct stat& info, Context context);
 
     // Never lets a standard exception out: a broken connection or a kicked transfer is
     // logged ("SendFile 실패: (%s)") and the connection is then left to end.
@@ -39,6 +42,7 @@ private:
 
     std::unique_ptr<TekoFile> file_;
     std::string local_path_;
+    struct stat info_;
     Context context_;
 };
 

@@ -6,6 +6,7 @@
 #include "config/KorvelConfig.h"
 #include "core/StringUtil.h"
 #include "core/TekoFile.h"
+#include "core/UniqueFd.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
@@ -187,8 +188,13 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     }
     // A path that leads out of its mount through a link is missing, like one that is.
     std::optional<LocalTarget> target = services_.mounts->ResolveTarget(path);
+    if (!target) return SendNotFound(pages);
+    // One open serves both the look at what the path is and the download, which spares
+    // every download a second walk of its path. O_NONBLOCK: a FIFO must not hold the open.
+    UniqueFd opened = target->Open(O_RDONLY | O_NONBLOCK | O_NOCTTY);
     struct stat info {};
-    if (!target || !target->Stat(info)) return SendNotFound(pages);
+    bool found = opened.IsValid() ? ::fstat(opened.Get(), &info) == 0 : target->Stat(info);
+    if (!found) return SendNotFound(pages);
     if (S_ISDIR(info.st_mode)) {
         if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
         listing.rights = *rights;
@@ -197,14 +203,15 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
         return ListRequestProcessor(std::move(listing)).SendList(request);
     }
     if ((*rights & kRightDownload) == 0) return pages.SendLoginRefused();
-    ServeFile(request, pages, *target);
+    ServeFile(request, pages, *target, std::move(opened), info);
 }
 
 void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& pages,
-                                         const LocalTarget& target) {
+                                         const LocalTarget& target, UniqueFd opened,
+                                         const struct stat& info) {
     auto file = std::make_unique<TekoFile>();
-    // O_NONBLOCK: a FIFO must not hold the open; OpenForReading refuses all but files.
-    if (!file->OpenForReading(target.Open(O_RDONLY | O_NONBLOCK | O_NOCTTY), target.local_path)) {
+    // OpenForReading refuses all but files.
+    if (!file->OpenForReading(std::move(opened), target.local_path)) {
         return pages.SendErrorPage(500, "Internal Server Error",
                                    Translate("파일을 열지 못했습니다."));
     }
@@ -218,7 +225,7 @@ void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& p
             total ? Translate("동시 다운로드 수가 한도에 이르렀습니다.")
                   : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
     }
-    DownloadRequestProcessor(std::move(file), target.local_path,
+    DownloadRequestProcessor(std::move(file), target.local_path, info,
                              {.types = services_.types, .pages = &pages})
         .SendFile(request);
 }

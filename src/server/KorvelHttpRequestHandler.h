@@ -1,10 +1,13 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 
+#include "core/UniqueFd.h"
 #include "http/HttpRequestHandler.h"
 #include "server/HtmlPageSender.h"
 #include "server/SystemRequestProcessor.h"
@@ -51,7 +54,10 @@ private:
     void Dispatch(HttpRequest& request);
     // The branches that need a mount, after the account check.
     void DispatchMounted(HttpRequest& request, HtmlPageSender& pages, const std::string& user);
-    void ServeFile(HttpRequest& request, HtmlPageSender& pages, const LocalTarget& target);
+    // `opened` is the target opened for reading (invalid when it could not be), `info` its
+    // status.
+    void ServeFile(HttpRequest& request, HtmlPageSender& pages, const LocalTarget& target,
+                   UniqueFd opened, const struct stat& info);
     // In skin developers mode, every skin is loaded anew before a page or a skin file is
     // served, so that edits show at once.
     void ReloadSkinsForDevelopers() const;
