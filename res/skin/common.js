@@ -493,7 +493,7 @@
   function keepSkinOnFolderLinks() {
     var keep = skinQuery();
     if (!keep) return;
-    var links = document.querySelectorAll(".listing .folder .entry-link");
+    var links = document.querySelectorAll(".listing .folder .entry-name");
     for (var i = 0; i < links.length; i++) {
       var href = links[i].getAttribute("href") || "";
       if (href.indexOf("?") >= 0) continue;

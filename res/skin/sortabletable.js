@@ -117,7 +117,7 @@
     var rows = [];
     var all = this.body.rows;
     for (var i = 0; i < all.length; i++) {
-      if (!all[i].classList.contains("entry")) continue;
+      if (!all[i].hasAttribute("data-kind")) continue;
       rows.push({
         row: all[i],
         group: all[i].getAttribute("data-kind") === "folder" ? 0 : 1,

@@ -1,5 +1,6 @@
 #include "core/UrlCodec.h"
 
+#include <array>
 #include <atomic>
 
 #include "core/TextEncoding.h"
@@ -9,10 +10,15 @@ namespace {
 
 std::atomic<int> default_url_codepage{949};
 
-bool StaysUnencoded(unsigned char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '.' || c == '/';
-}
+// One look-up per byte: listings encode every name on the page.
+constexpr std::array<bool, 256> kStaysUnencoded = [] {
+    std::array<bool, 256> stays{};
+    for (int c = 0; c < 256; ++c) {
+        stays[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                   c == '_' || c == '.' || c == '/';
+    }
+    return stays;
+}();
 
 }  // namespace
 
@@ -24,20 +30,25 @@ int HexValue(char c) {
 }
 
 std::string UrlEncode(std::string_view bytes) {
-    static constexpr char kHex[] = "0123456789abcdef";
     std::string result;
     result.reserve(bytes.size());
-    for (char c : bytes) {
-        auto byte = static_cast<unsigned char>(c);
-        if (StaysUnencoded(byte)) {
-            result += c;
-        } else {
-            result += '%';
-            result += kHex[byte >> 4];
-            result += kHex[byte & 0xF];
-        }
-    }
+    AppendUrlEncoded(result, bytes);
     return result;
+}
+
+void AppendUrlEncoded(std::string& out, std::string_view bytes) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    // Names are mostly plain: copy runs, not characters.
+    size_t run = 0;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        auto byte = static_cast<unsigned char>(bytes[i]);
+        if (kStaysUnencoded[byte]) continue;
+        out.append(bytes.data() + run, i - run);
+        const char escape[3] = {'%', kHex[byte >> 4], kHex[byte & 0xF]};
+        out.append(escape, sizeof escape);
+        run = i + 1;
+    }
+    out.append(bytes.data() + run, bytes.size() - run);
 }
 
 std::string PercentDecode(std::string_view text) {

@@ -9,6 +9,8 @@ namespace Zarn {
 // other byte becomes "%" and two lower-case hexadecimal digits. Used for addresses the
 // server writes and for text fields stored in the settings file.
 [[nodiscard]] std::string UrlEncode(std::string_view bytes);
+// The same, appended to `out`.
+void AppendUrlEncoded(std::string& out, std::string_view bytes);
 
 // The value of one hexadecimal digit, either case; -1 for any other character.
 [[nodiscard]] int HexValue(char c);

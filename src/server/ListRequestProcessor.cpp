@@ -15,6 +15,7 @@
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
+#include "server/ListingRows.h"
 #include "server/RequestPath.h"
 #include "server/TextFormat.h"
 #include "share/AccountManager.h"
@@ -24,15 +25,6 @@
 
 namespace Zarn {
 namespace {
-
-std::string DateOf(time_t time) {
-    std::tm local{};
-    if (::localtime_r(&time, &local) == nullptr) {
-        LogTranslated(kLogError, "파일 시간을 얻어올 수 없음");
-        return {};
-    }
-    return FormatListingDate(local);
-}
 
 std::string FreeSpaceOf(int folder_fd) {
     struct statvfs info {};
@@ -56,14 +48,13 @@ void ListRequestProcessor::SendList(HttpRequest& request) {
 }
 
 void ListRequestProcessor::SendRoot(HttpRequest& request) {
-    std::vector<Entry> entries;
-    for (const std::string& name : options_.mounts->ListNames()) {
-        entries.push_back({.name = name, .date = {}, .size = {}, .bytes = 0, .is_folder = true});
-    }
+    auto rows = std::make_unique<ListingRows>();
+    for (const std::string& name : options_.mounts->ListNames())
+        rows->AddFolder(name);
     TextContent page;
     page.SetScalar("$address", "/");
     page.SetScalar("$content", Translate("주소: /"));
-    SendPage(request, std::move(entries), std::move(page), false);
+    SendPage(request, std::move(rows), std::move(page), false);
 }
 
 void ListRequestProcessor::SendFolder(HttpRequest& request) {
@@ -95,44 +86,27 @@ bool ListRequestProcessor::IsShown(const TekoFileFind& find) const {
            options_.target->folder.StatBelow(options_.target->Below(name), info);
 }
 
-std::vector<ListRequestProcessor::Entry> ListRequestProcessor::ReadFolder(int folder_fd) const {
-    std::vector<Entry> entries;
+std::unique_ptr<ListingRows> ListRequestProcessor::ReadFolder(int folder_fd) const {
+    auto rows = std::make_unique<ListingRows>();
     TekoFileFind find;
     for (bool found = folder_fd >= 0 && find.FindFirstIn(folder_fd, "*"); found;
          found = find.FindNext()) {
         if (!IsShown(find)) continue;
-        const std::string& name = find.GetName();
-        Entry entry{
-            .name = name, .date = {}, .size = {}, .bytes = 0, .is_folder = find.IsDirectory()};
-        if (!entry.is_folder) {
-            entry.bytes = find.GetSize();
-            entry.size = GroupDigits(entry.bytes);
-            entry.date = DateOf(find.GetLastWriteTime());
+        if (find.IsDirectory()) {
+            rows->AddFolder(find.GetName());
+        } else {
+            rows->AddFile(find.GetName(), find.GetSize(), find.GetLastWriteTime());
         }
-        entries.push_back(std::move(entry));
     }
-    return entries;
+    return rows;
 }
 
-void ListRequestProcessor::SendPage(HttpRequest& request, std::vector<Entry> entries,
+void ListRequestProcessor::SendPage(HttpRequest& request, std::unique_ptr<ListingRows> rows,
                                     TextContent page, bool show_upper) {
-    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
-        return a.is_folder != b.is_folder ? a.is_folder : a.name < b.name;
-    });
-    std::vector<TextContent::Record> rows;
-    rows.reserve(entries.size());
-    uint64_t total = 0;
-    for (const Entry& entry : entries) {
-        TextContent::Record row{{"$name", HtmlEscape(entry.name)},
-                                {"$link", UrlEncode(entry.name)},
-                                {"$date", entry.date},
-                                {"$size", entry.size}};
-        if (entry.is_folder) row.emplace("$is_folder", "1");
-        total += entry.bytes;
-        rows.push_back(std::move(row));
-    }
+    rows->Sort();
+    uint64_t total = rows->GetTotalBytes();
     page.SetScalar("$show_files", "1");
-    page.SetList("$files", std::move(rows));
+    page.SetRecordList("$files", std::move(rows));
     page.SetScalar("$total_size", GroupDigits(total));
     if (show_upper) page.SetScalar("$display_upper", "1");
     std::vector<TextContent::Record> skins;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "server/HtmlPageSender.h"
 
@@ -10,6 +10,7 @@ namespace Zarn {
 
 class HttpRequest;
 class KorvelConfig;
+class ListingRows;
 class MountManager;
 class TekoFileFind;
 struct LocalTarget;
@@ -37,19 +38,11 @@ public:
     void SendList(HttpRequest& request);
 
 private:
-    struct Entry {
-        std::string name;
-        std::string date;
-        std::string size;
-        uint64_t bytes = 0;
-        bool is_folder = false;
-    };
-
     void SendRoot(HttpRequest& request);
     void SendFolder(HttpRequest& request);
-    [[nodiscard]] std::vector<Entry> ReadFolder(int folder_fd) const;
+    [[nodiscard]] std::unique_ptr<ListingRows> ReadFolder(int folder_fd) const;
     [[nodiscard]] bool IsShown(const TekoFileFind& find) const;
-    void SendPage(HttpRequest& request, std::vector<Entry> entries, TextContent page,
+    void SendPage(HttpRequest& request, std::unique_ptr<ListingRows> rows, TextContent page,
                   bool show_upper);
 
     Options options_;

@@ -5,41 +5,59 @@
 #include "core/StringUtil.h"
 
 namespace Zarn {
+namespace {
+
+std::string_view CharacterReference(char c) {
+    switch (c) {
+        case '&':
+            return "&amp;";
+        case '<':
+            return "&lt;";
+        case '>':
+            return "&gt;";
+        case '"':
+            return "&quot;";
+        case '\'':
+            return "&#39;";
+        default:
+            return {};
+    }
+}
+
+// Two decimal digits of a value below 100.
+char* PutTwoDigits(char* at, int value) {
+    at[0] = static_cast<char>('0' + value / 10);
+    at[1] = static_cast<char>('0' + value % 10);
+    return at + 2;
+}
+
+}  // namespace
 
 std::string HtmlEscape(std::string_view text) {
     std::string escaped;
     escaped.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            case '\'':
-                escaped += "&#39;";
-                break;
-            default:
-                escaped += c;
-        }
-    }
+    AppendHtmlEscaped(escaped, text);
     return escaped;
 }
 
-std::string GroupDigits(uint64_t value) {
-    std::string digits = std::to_string(value);
-    std::string grouped;
-    for (size_t i = 0; i < digits.size(); ++i) {
-        if (i > 0 && (digits.size() - i) % 3 == 0) grouped += ',';
-        grouped += digits[i];
+void AppendHtmlEscaped(std::string& out, std::string_view text) {
+    // Most names need no reference at all: copy runs, not characters.
+    size_t run = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        // Every character with a reference sorts at or below '>'.
+        if (static_cast<unsigned char>(text[i]) > '>') continue;
+        std::string_view reference = CharacterReference(text[i]);
+        if (reference.empty()) continue;
+        out.append(text.data() + run, i - run);
+        out.append(reference);
+        run = i + 1;
     }
+    out.append(text.data() + run, text.size() - run);
+}
+
+std::string GroupDigits(uint64_t value) {
+    std::string grouped;
+    AppendGroupedDigits(grouped, value);
     return grouped;
 }
 
@@ -48,13 +66,58 @@ std::string GroupDigits(int64_t value) {
     return Concat({"-", GroupDigits(static_cast<uint64_t>(0) - static_cast<uint64_t>(value))});
 }
 
+void AppendGroupedDigits(std::string& out, uint64_t value) {
+    char text[32];  // 20 digits and 6 separators at the most
+    char* const end = text + sizeof text;
+    char* first = end;
+    int digits = 0;
+    do {
+        if (digits > 0 && digits % 3 == 0) *--first = ',';
+        *--first = static_cast<char>('0' + value % 10);
+        value /= 10;
+        ++digits;
+    } while (value != 0);
+    out.append(first, end);
+}
+
 std::string FormatListingDate(const std::tm& local) {
-    int hour = local.tm_hour % 12;
-    char text[64];  // room for any int the fields may hold; real dates take 19
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %2s %02d:%02d", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour < 12 ? "AM" : "PM",
-                  hour == 0 ? 12 : hour, local.tm_min);
+    std::string text;
+    AppendListingDate(text, local);
     return text;
+}
+
+void AppendListingDate(std::string& out, const std::tm& local) {
+    int year = local.tm_year + 1900;
+    int month = local.tm_mon + 1;
+    bool plain = year >= 0 && year <= 9999 && month >= 0 && month <= 99 && local.tm_mday >= 0 &&
+                 local.tm_mday <= 99 && local.tm_hour >= 0 && local.tm_hour <= 23 &&
+                 local.tm_min >= 0 && local.tm_min <= 99;
+    int hour = local.tm_hour % 12;
+    if (hour == 0) hour = 12;
+    if (!plain) {
+        // Fields no real date has (localtime accepts times far outside 0..9999 AD): the
+        // printf widths decide how they look.
+        char text[64];  // room for any int the fields may hold
+        std::snprintf(text, sizeof text, "%04d-%02d-%02d %2s %02d:%02d", year, month, local.tm_mday,
+                      local.tm_hour < 12 ? "AM" : "PM", hour, local.tm_min);
+        out += text;
+        return;
+    }
+    char text[19];
+    char* at = PutTwoDigits(text, year / 100);
+    at = PutTwoDigits(at, year % 100);
+    *at++ = '-';
+    at = PutTwoDigits(at, month);
+    *at++ = '-';
+    at = PutTwoDigits(at, local.tm_mday);
+    *at++ = ' ';
+    *at++ = local.tm_hour < 12 ? 'A' : 'P';
+    *at++ = 'M';
+    *at++ = ' ';
+    at = PutTwoDigits(at, hour);
+    *at++ = ':';
+    at = PutTwoDigits(at, local.tm_min);
+    out.append(text, at);
 }
 
 std::string HeaderSafe(std::string_view text) {

@@ -56,14 +56,14 @@ public:
         : name_(std::move(name)), body_(std::move(body)) {}
 
     void Write(OutputStream& out, TextContent& content) const override {
-        const std::vector<TextContent::Record>* list = content.GetList(name_);
-        if (list != nullptr) {
-            for (const TextContent::Record& record : *list) {
-                content.SetCurrentRecord(&record);
-                body_->Write(out, content);
-            }
+        RecordList* list = content.GetList(name_);
+        size_t count = list == nullptr ? 0 : list->Count();
+        for (size_t index = 0; index < count; ++index) {
+            list->Select(index);
+            content.SetCurrentList(list);
+            body_->Write(out, content);
         }
-        content.SetCurrentRecord(nullptr);  // cleared, not restored: one slot
+        content.SetCurrentList(nullptr);  // cleared, not restored: one slot
     }
 
 private:

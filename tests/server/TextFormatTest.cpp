@@ -1,5 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "core/StringUtil.h"
 #include "server/RequestPath.h"
 #include "server/TextFormat.h"
 
@@ -38,6 +45,78 @@ TEST(TextFormatTest, WritesListingDatesOnATwelveHourClock) {
         time.tm_min = c.minute;
         EXPECT_EQ(FormatListingDate(time), c.text);
     }
+}
+
+// The listing's formatters write digits themselves; printf and std::to_string are the
+// yardsticks they must match.
+std::string DateByPrintf(const std::tm& local) {
+    int hour = local.tm_hour % 12;
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %2s %02d:%02d", local.tm_year + 1900,
+                  local.tm_mon + 1, local.tm_mday, local.tm_hour < 12 ? "AM" : "PM",
+                  hour == 0 ? 12 : hour, local.tm_min);
+    return text;
+}
+
+std::string DigitsByToString(uint64_t value) {
+    std::string digits = std::to_string(value);
+    std::string grouped;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) grouped += ',';
+        grouped += digits[i];
+    }
+    return grouped;
+}
+
+TEST(TextFormatTest, FastFormattersAgreeWithPrintf) {
+    // Local times in a zone spelled out in full (no zone files needed), every 17 minutes
+    // across leap days, new years and the ends of the four-digit years.
+    const char* saved = std::getenv("TZ");
+    std::string saved_zone = saved == nullptr ? "" : saved;
+    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    ::tzset();
+    const time_t starts[] = {-2203977600,  -86400,           951696000,    1709164800,
+                             1703980800,   4107456000,       253402214400, 253402300800,
+                             -62167219200, 67767976233316800};
+    int compared = 0;
+    for (time_t start : starts) {
+        for (time_t time = start; time < start + 3 * 86400; time += 17 * 60) {
+            std::tm local{};
+            if (::localtime_r(&time, &local) == nullptr) continue;
+            std::string appended = "x";
+            AppendListingDate(appended, local);
+            ASSERT_EQ(appended, Concat({"x", DateByPrintf(local)})) << time;
+            ++compared;
+        }
+    }
+    EXPECT_GT(compared, 2000);
+    saved == nullptr ? ::unsetenv("TZ") : ::setenv("TZ", saved_zone.c_str(), 1);
+    ::tzset();
+
+    // Fields no real date has still print as printf prints them.
+    for (int year : {-1901, -1900, -1, 0, 8099, 8100, 2147481747}) {
+        for (int field : {-1, 0, 9, 10, 59, 60, 99, 100}) {
+            std::tm odd{};
+            odd.tm_year = year;
+            odd.tm_mon = field;
+            odd.tm_mday = field;
+            odd.tm_hour = field;
+            odd.tm_min = field;
+            ASSERT_EQ(FormatListingDate(odd), DateByPrintf(odd)) << year << " " << field;
+        }
+    }
+
+    std::vector<uint64_t> numbers{0, UINT64_MAX, UINT64_MAX - 1};
+    for (uint64_t power = 1; power <= UINT64_MAX / 10; power *= 10) {
+        numbers.insert(numbers.end(), {power - 1, power, power + 1, power * 10 - 1});
+    }
+    for (uint64_t number : numbers) {
+        std::string appended = "x";
+        AppendGroupedDigits(appended, number);
+        EXPECT_EQ(appended, Concat({"x", DigitsByToString(number)}));
+        EXPECT_EQ(GroupDigits(number), DigitsByToString(number));
+    }
+    EXPECT_EQ(GroupDigits(INT64_MIN), "-9,223,372,036,854,775,808");
 }
 
 TEST(RequestPathTest, ValidatesAndNormalisesPaths) {

@@ -196,14 +196,17 @@ TEST(BuiltInSkinTest, FolderListsEntriesWithLinksIconsAndTotals) {
     std::string html = RenderPage(content);
     ExpectCompletePage(html);
 
+    // Rows name no icon: the style sheet gives one to each kind of row.
+    std::string sheet = MustRead(kSkin + "dev-style.css");
+    EXPECT_NE(sheet.find("url(\"folder.gif?action=SkinFile\")"), std::string::npos);
+    EXPECT_NE(sheet.find("url(\"file.gif?action=SkinFile\")"), std::string::npos);
+
     std::string folder = RowLinkingTo(html, "Live%20%26%20Loud/");
-    EXPECT_NE(folder.find("data-kind=\"folder\""), std::string::npos) << folder;
-    EXPECT_NE(folder.find("/.default/folder.gif?action=SkinFile"), std::string::npos);
+    EXPECT_NE(folder.find("class=\"folder\" data-kind=\"folder\""), std::string::npos) << folder;
     EXPECT_NE(folder.find("Live &amp; Loud"), std::string::npos);
 
     std::string file = RowLinkingTo(html, "track01.mp3");
-    EXPECT_NE(file.find("data-kind=\"file\""), std::string::npos) << file;
-    EXPECT_NE(file.find("/.default/file.gif?action=SkinFile"), std::string::npos);
+    EXPECT_NE(file.find("class=\"file\" data-kind=\"file\""), std::string::npos) << file;
     EXPECT_NE(file.find(">4,404,019<"), std::string::npos);
     EXPECT_NE(file.find(">2024-03-05 PM 01:05<"), std::string::npos);
 
@@ -296,7 +299,9 @@ TEST(BuiltInSkinTest, ReferencesToSkinFilesAreServable) {
         outputs[name] = out.TakeData();
     }
 
-    static const std::regex kReference(R"RE((?:src|href)="([^"]*action=SkinFile[^"]*)")RE");
+    outputs["dev-style.css"] = MustRead(kSkin + "dev-style.css");
+
+    static const std::regex kReference(R"RE((?:src=|href=|url\()"([^"]*action=SkinFile[^"]*)")RE");
     int references = 0;
     for (const auto& [name, html] : outputs) {
         for (auto it = std::sregex_iterator(html.begin(), html.end(), kReference);
@@ -310,6 +315,9 @@ TEST(BuiltInSkinTest, ReferencesToSkinFilesAreServable) {
             std::string path = without_fragment.substr(0, query);
             if (name == "skin.html") {
                 EXPECT_TRUE(path.starts_with("/.default/"));
+            } else if (name == "dev-style.css") {
+                // Relative to the sheet, so that it follows the skin that serves it.
+                EXPECT_EQ(path.find('/'), std::string::npos);
             }
             EXPECT_EQ(served.count(path.substr(path.rfind('/') + 1)), 1u);
             ++references;

@@ -71,6 +71,15 @@ TEST(TextTemplateTest, NestedLoopLeavesTheOuterBodyWithoutACurrentRecord) {
               "o1<i>scalar;o2<i>scalar;");
 }
 
+TEST(TextTemplateTest, CopiedContentKeepsItsOwnLists) {
+    TextContent original;
+    original.SetList("$rows", {{{"$x", "1"}}, {{"$x", "2"}}});
+    TextContent copy = original;
+    original.SetList("$rows", {{{"$x", "changed"}}});
+    EXPECT_EQ(Render("#foreach($rows)$x;#end", copy), "1;2;");
+    EXPECT_EQ(Render("#foreach($rows)$x;#end", original), "changed;");
+}
+
 TEST(TextTemplateTest, ReportsEverySyntaxError) {
     struct Case {
         const char* text;

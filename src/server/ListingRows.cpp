@@ -1,0 +1,111 @@
+#include "server/ListingRows.h"
+
+#include <algorithm>
+
+#include "core/UrlCodec.h"
+#include "i18n/Translate.h"
+#include "log/Log.h"
+#include "server/TextFormat.h"
+
+namespace Zarn {
+
+void ListingRows::AddFolder(std::string_view name) {
+    Add(name, {.is_folder = true});
+}
+
+void ListingRows::AddFile(std::string_view name, uint64_t bytes, time_t modified) {
+    Add(name, {.bytes = bytes, .modified = modified});
+    total_bytes_ += bytes;
+}
+
+void ListingRows::Add(std::string_view name, Entry entry) {
+    entry.name_at = names_.size();
+    entry.name_size = name.size();
+    names_.append(name);
+    entries_.push_back(entry);
+}
+
+std::string_view ListingRows::NameOf(const Entry& entry) const {
+    return std::string_view(names_).substr(entry.name_at, entry.name_size);
+}
+
+size_t ListingRows::CommonPrefixSize() const {
+    if (entries_.empty()) return 0;
+    std::string_view first = NameOf(entries_.front());
+    size_t common = first.size();
+    for (const Entry& entry : entries_) {
+        std::string_view name = NameOf(entry);
+        auto [differs, unused] =
+            std::mismatch(first.begin(), first.begin() + common, name.begin(), name.end());
+        common = static_cast<size_t>(differs - first.begin());
+    }
+    return common;
+}
+
+void ListingRows::Sort() {
+    selected_ = nullptr;
+    // Folders of numbered files ("IMG_0001.JPG"...) share a long start, so the key is
+    // taken after it. A zero of the padding sorts below every byte a name can hold; a
+    // real zero byte ties with it, and ties compare the names.
+    size_t common = CommonPrefixSize();
+    for (Entry& entry : entries_) {
+        std::string_view rest = NameOf(entry).substr(common);
+        entry.sort_key = 0;
+        for (size_t i = 0; i < 8; ++i) {
+            uint8_t byte = i < rest.size() ? static_cast<uint8_t>(rest[i]) : 0;
+            entry.sort_key = entry.sort_key << 8 | byte;
+        }
+    }
+    std::sort(entries_.begin(), entries_.end(), [this, common](const Entry& a, const Entry& b) {
+        if (a.is_folder != b.is_folder) return a.is_folder;
+        if (a.sort_key != b.sort_key) return a.sort_key < b.sort_key;
+        return NameOf(a).substr(common) < NameOf(b).substr(common);
+    });
+}
+
+void ListingRows::Select(size_t index) {
+    selected_ = &entries_[index];
+    std::string_view name = NameOf(*selected_);
+    row_.clear();
+    AppendHtmlEscaped(row_, name);
+    name_end_ = row_.size();
+    AppendUrlEncoded(row_, name);
+    link_end_ = row_.size();
+    if (!selected_->is_folder) AppendGroupedDigits(row_, selected_->bytes);
+    size_end_ = row_.size();
+    if (!selected_->is_folder) AppendDate(selected_->modified);
+}
+
+void ListingRows::AppendDate(time_t modified) {
+    if (!has_last_time_ || modified != last_time_) {
+        std::tm local{};
+        last_date_.clear();
+        if (::localtime_r(&modified, &local) == nullptr) {
+            LogTranslated(kLogError, "파일 시간을 얻어올 수 없음");
+        } else {
+            AppendListingDate(last_date_, local);
+        }
+        last_time_ = modified;
+        has_last_time_ = true;
+    }
+    row_ += last_date_;
+}
+
+std::optional<std::string_view> ListingRows::Lookup(std::string_view name) const {
+    if (selected_ == nullptr) return std::nullopt;
+    std::string_view row = row_;
+    if (name == "$name") return row.substr(0, name_end_);
+    if (name == "$link") return row.substr(name_end_, link_end_ - name_end_);
+    if (name == "$size") return row.substr(link_end_, size_end_ - link_end_);
+    if (name == "$date") return row.substr(size_end_);
+    if (name == "$is_folder" && selected_->is_folder) return "1";
+    return std::nullopt;
+}
+
+std::unique_ptr<RecordList> ListingRows::Clone() const {
+    auto copy = std::make_unique<ListingRows>(*this);
+    copy->selected_ = nullptr;  // it pointed into our entries
+    return copy;
+}
+
+}  // namespace Zarn

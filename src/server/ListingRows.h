@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "template/RecordList.h"
+
+namespace Zarn {
+
+// The "$files" list of a listing page: folders first, then files, each by name (bytes
+// compared). A row's values are made only when the page selects it, into one reused
+// buffer: "$name" HTML-escaped, "$link" URL-encoded, "$size" with grouped digits and
+// "$date" in local time (both empty for a folder), "$is_folder" "1" for a folder and
+// absent for a file. Names are kept one after another in a single buffer, so that ten
+// thousand entries cost few allocations and sort by moving small records. One thread.
+class ListingRows : public RecordList {
+public:
+    void AddFolder(std::string_view name);
+    void AddFile(std::string_view name, uint64_t bytes, time_t modified);
+    // Into page order; call once all entries are in.
+    void Sort();
+    [[nodiscard]] uint64_t GetTotalBytes() const { return total_bytes_; }
+
+    [[nodiscard]] size_t Count() const override { return entries_.size(); }
+    void Select(size_t index) override;
+    [[nodiscard]] std::optional<std::string_view> Lookup(std::string_view name) const override;
+    [[nodiscard]] std::unique_ptr<RecordList> Clone() const override;
+
+private:
+    struct Entry {
+        size_t name_at = 0;
+        size_t name_size = 0;
+        // Eight bytes of the name from where names start to differ, big-endian and padded
+        // with zeros: comparing two of them orders most pairs without reading the names.
+        uint64_t sort_key = 0;
+        uint64_t bytes = 0;
+        time_t modified = 0;
+        bool is_folder = false;
+    };
+
+    void Add(std::string_view name, Entry entry);
+    [[nodiscard]] std::string_view NameOf(const Entry& entry) const;
+    [[nodiscard]] size_t CommonPrefixSize() const;
+    void AppendDate(time_t modified);
+
+    std::string names_;
+    std::vector<Entry> entries_;
+    uint64_t total_bytes_ = 0;
+
+    // The selected row: its values one after another in `row_`, each ending at its mark.
+    const Entry* selected_ = nullptr;
+    std::string row_;
+    size_t name_end_ = 0;
+    size_t link_end_ = 0;
+    size_t size_end_ = 0;
+
+    // Files of one folder often share their modification time (an unpacked archive, a
+    // copy): the last one converted is kept.
+    time_t last_time_ = 0;
+    std::string last_date_;
+    bool has_last_time_ = false;
+};
+
+}  // namespace Zarn
