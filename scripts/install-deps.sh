@@ -12,9 +12,12 @@ command -v g++ >/dev/null 2>&1 || missing+=(g++)
 command -v make >/dev/null 2>&1 || missing+=(make)
 if (( want_tests )); then
     [[ -f /usr/include/gtest/gtest.h ]] || missing+=(libgtest-dev)
-    # Archives for the zip reader's tests are made by python3; one test drives curl.
+    # Archives for the zip reader's tests are made by python3. The end-to-end tests drive
+    # the clients visitors use: curl, wget and rclone's http backend.
     command -v python3 >/dev/null 2>&1 || missing+=(python3)
     command -v curl >/dev/null 2>&1 || missing+=(curl)
+    command -v wget >/dev/null 2>&1 || missing+=(wget)
+    command -v rclone >/dev/null 2>&1 || missing+=(rclone)
     # The browser test drives Debian's Chromium with npm's playwright-core; no browser is
     # ever downloaded by npm.
     [[ -x /usr/bin/chromium ]] || missing+=(chromium)

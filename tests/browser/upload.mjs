@@ -5,38 +5,15 @@
 // Environment: LUMIDROP_BINARY (the program), LUMIDROP_SOURCE_DIR, LUMIDROP_BUILD_DIR
 // (where the screenshot of the finished listing goes).
 
-import { spawn } from "node:child_process";
 import { randomBytes } from "node:crypto";
 import fs from "node:fs";
 import os from "node:os";
 import path from "node:path";
-import readline from "node:readline";
-import { chromium } from "playwright-core";
 
-const binary = process.env.LUMIDROP_BINARY;
+import { check, runBrowserTest } from "./harness.mjs";
+
 const sourceDir = process.env.LUMIDROP_SOURCE_DIR;
 const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
-const timeout = 30000;
-
-function check(condition, what) {
-  if (!condition) throw new Error(`check failed: ${what}`);
-}
-
-// Starts the program on a free port and resolves with that port once it listens.
-function startProgram(home) {
-  const child = spawn(binary, ["--home", home, "--port", "0"], {
-    stdio: ["ignore", "pipe", "inherit"],
-  });
-  const lines = readline.createInterface({ input: child.stdout });
-  const port = new Promise((resolve, reject) => {
-    lines.on("line", (line) => {
-      const match = /listening on http:\/\/[^:]+:(\d+)\//.exec(line);
-      if (match) resolve(Number(match[1]));
-    });
-    child.on("exit", (code) => reject(new Error(`program exited with ${code}`)));
-  });
-  return { child, port };
-}
 
 const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-browser-"));
 const home = path.join(scratch, "home");
@@ -57,21 +34,9 @@ const small = Buffer.from("Small but mighty: \u00e9\u00e8\r\n");
 fs.writeFileSync(path.join(picks, "big-picture.bin"), big);
 fs.writeFileSync(path.join(picks, "note.txt"), small);
 
-const { child, port: portPromise } = startProgram(home);
-let browser;
-let failed = false;
-try {
-  const port = await portPromise;
-  const base = `http://127.0.0.1:${port}`;
-  browser = await chromium.launch({ executablePath: "/usr/bin/chromium", headless: true });
-  const page = await browser.newPage();
-  page.setDefaultTimeout(timeout);
+await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   const asked = [];
   page.on("request", (request) => asked.push(request.url()));
-  page.on("pageerror", (error) => {
-    failed = true;
-    console.error(`page error: ${error.message}`);
-  });
 
   // Sorting by size: folders stay first, files go largest first.
   await page.goto(`${base}/demo/documents/`);
@@ -129,12 +94,4 @@ try {
 
   await page.screenshot({ path: path.join(buildDir, "browser-upload.png"), fullPage: true });
   console.log("browser upload test passed");
-} catch (error) {
-  failed = true;
-  console.error(error);
-} finally {
-  if (browser) await browser.close();
-  child.kill("SIGTERM");
-  fs.rmSync(scratch, { recursive: true, force: true });
-}
-process.exit(failed ? 1 : 0);
+});

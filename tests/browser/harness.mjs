@@ -1,0 +1,68 @@
+// What every browser test does around its own steps: starts the real program on a free
+// port with the test's home folder, opens a page in headless Debian Chromium, and tidies
+// up whatever happens. The process exits 1 when a step throws or the page raises a script
+// error, else 0.
+//
+// Environment: LUMIDROP_BINARY (the program).
+
+import { spawn } from "node:child_process";
+import fs from "node:fs";
+import readline from "node:readline";
+import { chromium } from "playwright-core";
+
+const timeout = 30000;
+
+export function check(condition, what) {
+  if (!condition) throw new Error(`check failed: ${what}`);
+}
+
+// Starts the program on a free port; `port` resolves once it listens.
+function startProgram(home) {
+  const child = spawn(process.env.LUMIDROP_BINARY, ["--home", home, "--port", "0"], {
+    stdio: ["ignore", "pipe", "inherit"],
+  });
+  const lines = readline.createInterface({ input: child.stdout });
+  const port = new Promise((resolve, reject) => {
+    lines.on("line", (line) => {
+      const match = /listening on http:\/\/[^:]+:(\d+)\//.exec(line);
+      if (match) resolve(Number(match[1]));
+    });
+    child.on("exit", (code) => reject(new Error(`program exited with ${code}`)));
+  });
+  return { child, port };
+}
+
+// The program writes its settings as it stops, so its home folder may only go afterwards.
+async function stopProgram(child) {
+  if (child.exitCode !== null || child.signalCode !== null) return;
+  const exited = new Promise((resolve) => child.once("exit", resolve));
+  child.kill("SIGTERM");
+  await exited;
+}
+
+// Runs `steps({ page, base, port })` against the program started with `home`, then
+// removes `scratch` (which holds the home folder and the shared files) and exits.
+export async function runBrowserTest({ home, scratch }, steps) {
+  const { child, port: portPromise } = startProgram(home);
+  let browser;
+  let failed = false;
+  try {
+    const port = await portPromise;
+    browser = await chromium.launch({ executablePath: "/usr/bin/chromium", headless: true });
+    const page = await browser.newPage();
+    page.setDefaultTimeout(timeout);
+    page.on("pageerror", (error) => {
+      failed = true;
+      console.error(`page error: ${error.message}`);
+    });
+    await steps({ page, base: `http://127.0.0.1:${port}`, port });
+  } catch (error) {
+    failed = true;
+    console.error(error);
+  } finally {
+    if (browser) await browser.close();
+    await stopProgram(child);
+    fs.rmSync(scratch, { recursive: true, force: true });
+  }
+  process.exit(failed ? 1 : 0);
+}

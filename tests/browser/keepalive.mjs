@@ -1,0 +1,144 @@
+// Keep-alive as a browser lives it: headless Debian Chromium, driven by playwright-core,
+// opens a listing of twenty files against the real program. The page and everything it
+// pulls from its skin (style sheet, scripts, icons) must travel over a few kept-alive
+// connections, not one each, and a reload must take the skin files from the cache or
+// revalidate them (304) rather than fetch them again.
+//
+// Connections are counted on both ends: Chromium's own connection ids (DevTools protocol)
+// and the server's sockets on the port in /proc/net/tcp, so that neither side's view can
+// hide a connection closed after each answer.
+//
+// Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshot
+// goes).
+
+import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
+
+import { check, runBrowserTest } from "./harness.mjs";
+
+const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
+// What a browser may open to one host over HTTP/1.1.
+const maxConnectionsPerHost = 6;
+
+// The server's ends of TCP connections on the port, open or closed by the server (its
+// TIME_WAIT): the connections it accepted that still leave a trace. The listening socket is
+// left out.
+function serverSideConnections(port) {
+  const portHex = port.toString(16).toUpperCase().padStart(4, "0");
+  const listening = "0A";
+  let count = 0;
+  for (const table of ["/proc/net/tcp", "/proc/net/tcp6"]) {
+    if (!fs.existsSync(table)) continue;
+    for (const row of fs.readFileSync(table, "utf8").split("\n").slice(1)) {
+      const fields = row.trim().split(/\s+/);
+      if (fields.length < 4) continue;
+      const [, local, , state] = fields;
+      if (local.endsWith(`:${portHex}`) && state !== listening) count += 1;
+    }
+  }
+  return count;
+}
+
+// Records what one page load asked for, over the DevTools protocol: every request, its
+// answer and whether the cache answered it. A revalidated answer is reported as the cached
+// 200 it turned into; `wireStatus` is what the server really sent (304).
+async function recordNetwork(page) {
+  const cdp = await page.context().newCDPSession(page);
+  await cdp.send("Network.enable");
+  const record = new Map();
+  const entry = (id) => {
+    if (!record.has(id)) record.set(id, { fromCache: false });
+    return record.get(id);
+  };
+  cdp.on("Network.requestWillBeSent", ({ requestId, request }) => {
+    entry(requestId).url = request.url;
+  });
+  cdp.on("Network.requestServedFromCache", ({ requestId }) => {
+    entry(requestId).fromCache = true;
+  });
+  cdp.on("Network.responseReceived", ({ requestId, response }) => {
+    const seen = entry(requestId);
+    seen.status = response.status;
+    seen.connectionId = response.connectionId;
+    seen.fromCache ||= response.fromDiskCache;
+  });
+  cdp.on("Network.responseReceivedExtraInfo", ({ requestId, statusCode }) => {
+    entry(requestId).wireStatus = statusCode;
+  });
+  return {
+    take() {
+      const taken = [...record.values()].filter((seen) => seen.status !== undefined);
+      record.clear();
+      return taken;
+    },
+  };
+}
+
+const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-browser-"));
+const home = path.join(scratch, "home");
+const share = path.join(scratch, "files");
+fs.mkdirSync(home);
+fs.mkdirSync(path.join(share, "a folder"), { recursive: true });
+for (let i = 1; i <= 20; i += 1) {
+  const name = `file ${String(i).padStart(2, "0")}.${["txt", "bin", "png", "zip"][i % 4]}`;
+  fs.writeFileSync(path.join(share, name), `file number ${i}\n`.repeat(i));
+}
+fs.writeFileSync(
+  path.join(home, "mount.ini"),
+  `mounts+=files|${share}|x|yes|x|no\r\nuiLanguageFile=English.wul\r\n`,
+);
+
+await runBrowserTest({ home, scratch }, async ({ page, base, port }) => {
+  const network = await recordNetwork(page);
+
+  await page.goto(`${base}/files/`, { waitUntil: "networkidle" });
+  check((await page.locator("tbody.entries tr.file").count()) === 20, "twenty files listed");
+  const first = network.take();
+  const skinFiles = first.filter((seen) => seen.url.includes("action=SkinFile"));
+  const failures = first.filter((seen) => seen.status !== 200);
+  check(failures.length === 0, `every request answered 200: ${JSON.stringify(failures)}`);
+  check(skinFiles.some((seen) => seen.url.endsWith(".css?action=SkinFile")), "style sheet");
+  check(skinFiles.some((seen) => seen.url.endsWith(".js?action=SkinFile")), "scripts");
+  check(skinFiles.some((seen) => /\.(gif|png)\?action=SkinFile$/.test(seen.url)), "icons");
+  const connections = new Set(first.map((seen) => seen.connectionId));
+  const serverSide = serverSideConnections(port);
+  console.log(
+    `first load: ${first.length} requests over ${connections.size} connections ` +
+      `(the server saw ${serverSide})`,
+  );
+  check(first.length >= 8, `the page pulled its skin files: ${first.length} requests`);
+  check(connections.size < first.length, "some connection carried more than one request");
+  check(connections.size <= maxConnectionsPerHost, `${connections.size} connections`);
+  check(serverSide >= 1 && serverSide <= maxConnectionsPerHost, `server saw ${serverSide}`);
+
+  // Chromium revalidates the page itself on a reload; its skin files carry ETag and
+  // max-age, so they come from the cache or, asked again, as 304 without a body.
+  await page.reload({ waitUntil: "networkidle" });
+  const second = network.take();
+  const skinAgain = second.filter((seen) => seen.url.includes("action=SkinFile"));
+  check(skinAgain.length >= skinFiles.length, `skin files asked again: ${skinAgain.length}`);
+  const refetched = skinAgain.filter((seen) => !seen.fromCache && seen.wireStatus !== 304);
+  check(refetched.length === 0, `skin files fetched again: ${JSON.stringify(refetched)}`);
+  const listing = second.find((seen) => seen.url === `${base}/files/`);
+  check(listing?.wireStatus === 200, "the listing itself is fetched again");
+  const cached = skinAgain.filter((seen) => seen.fromCache).length;
+  console.log(
+    `reload: ${skinAgain.length} skin files, ${cached} from the cache, ` +
+      `${skinAgain.length - cached} revalidated`,
+  );
+  check(serverSideConnections(port) <= maxConnectionsPerHost, "the reload kept the connections");
+
+  // Told not to trust its cache, the browser asks with the ETag it kept and gets 304.
+  const styleUrl = skinFiles.find((seen) => seen.url.endsWith(".css?action=SkinFile")).url;
+  const style = await page.evaluate(async (url) => {
+    const response = await fetch(url, { cache: "no-cache" });
+    return { status: response.status, length: (await response.text()).length };
+  }, styleUrl);
+  const asked = network.take().filter((seen) => seen.url === styleUrl);
+  check(asked.length === 1 && asked[0].wireStatus === 304, `revalidated: ${JSON.stringify(asked)}`);
+  check(style.status === 200 && style.length > 1000, "the cached style sheet served the page");
+
+  await page.screenshot({ path: path.join(buildDir, "browser-keepalive.png"), fullPage: true });
+  console.log("browser keep-alive test passed");
+});
