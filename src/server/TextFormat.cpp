@@ -87,7 +87,8 @@ std::string FormatListingDate(const std::tm& local) {
 }
 
 void AppendListingDate(std::string& out, const std::tm& local) {
-    int year = local.tm_year + 1900;
+    // Wide enough for the year of any time localtime accepts.
+    long long year = static_cast<long long>(local.tm_year) + 1900;
     int month = local.tm_mon + 1;
     bool plain = year >= 0 && year <= 9999 && month >= 0 && month <= 99 && local.tm_mday >= 0 &&
                  local.tm_mday <= 99 && local.tm_hour >= 0 && local.tm_hour <= 23 &&
@@ -98,14 +99,14 @@ void AppendListingDate(std::string& out, const std::tm& local) {
         // Fields no real date has (localtime accepts times far outside 0..9999 AD): the
         // printf widths decide how they look.
         char text[64];  // room for any int the fields may hold
-        std::snprintf(text, sizeof text, "%04d-%02d-%02d %2s %02d:%02d", year, month, local.tm_mday,
-                      local.tm_hour < 12 ? "AM" : "PM", hour, local.tm_min);
+        std::snprintf(text, sizeof text, "%04lld-%02d-%02d %2s %02d:%02d", year, month,
+                      local.tm_mday, local.tm_hour < 12 ? "AM" : "PM", hour, local.tm_min);
         out += text;
         return;
     }
     char text[19];
-    char* at = PutTwoDigits(text, year / 100);
-    at = PutTwoDigits(at, year % 100);
+    char* at = PutTwoDigits(text, static_cast<int>(year / 100));
+    at = PutTwoDigits(at, static_cast<int>(year % 100));
     *at++ = '-';
     at = PutTwoDigits(at, month);
     *at++ = '-';

@@ -100,7 +100,7 @@ class RealClientsEndToEndTest : public ::testing::Test {
 protected:
     // Mon, 03 Feb 2020 04:05:06 GMT: far from now, so a date the server did not send shows.
     static constexpr time_t kOldTime = 1580702706;
-    static constexpr int kManyFiles = 200;
+    static constexpr int kManyFiles = 600;
 
     void SetUp() override {
         big_ = RandomBytes(3 * 1024 * 1024 + 17);

@@ -52,9 +52,9 @@ TEST(TextFormatTest, WritesListingDatesOnATwelveHourClock) {
 std::string DateByPrintf(const std::tm& local) {
     int hour = local.tm_hour % 12;
     char text[64];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %2s %02d:%02d", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour < 12 ? "AM" : "PM",
-                  hour == 0 ? 12 : hour, local.tm_min);
+    std::snprintf(text, sizeof text, "%04lld-%02d-%02d %2s %02d:%02d",
+                  static_cast<long long>(local.tm_year) + 1900, local.tm_mon + 1, local.tm_mday,
+                  local.tm_hour < 12 ? "AM" : "PM", hour == 0 ? 12 : hour, local.tm_min);
     return text;
 }
 
