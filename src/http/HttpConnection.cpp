@@ -1,9 +1,10 @@
 #include "http/HttpConnection.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
+#include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
 
 #include "http/HttpRequest.h"
@@ -36,16 +37,31 @@ bool HasRequestBegun(const char* buffer, size_t filled) {
 bool HttpConnection::ReadHeader(HttpRequest& request) {
     using Clock = std::chrono::steady_clock;
     if (!socket_.IsValid()) return false;
-    std::array<char, kMaxHeaderBytes> buffer;
-    size_t filled = TakeCarryOver(buffer.data(), buffer.size());
+    // Kept with the connection rather than on the stack, whose pages every connection
+    // thread would keep, and small until a header needs more: an idle connection costs
+    // what its headers took.
+    if (!header_buffer_) {
+        header_buffer_ = std::make_unique_for_overwrite<char[]>(kFirstHeaderBytes);
+        header_capacity_ = kFirstHeaderBytes;
+    }
+    size_t filled = TakeCarryOver(header_buffer_.get(), header_capacity_);
     const Clock::time_point idle_end = Clock::now() + keep_alive_timeout_;
     std::optional<Clock::time_point> deadline;  // runs from the request's first byte
     size_t new_from = 0;
     size_t terminator;
-    while ((terminator = FindTerminator(buffer.data(), filled, new_from)) ==
+    while ((terminator = FindTerminator(header_buffer_.get(), filled, new_from)) ==
            std::string_view::npos) {
-        if (filled == buffer.size()) throw std::runtime_error("Illegal request: header too long");
-        if (!deadline && HasRequestBegun(buffer.data(), filled)) {
+        if (filled == header_capacity_) {
+            if (header_capacity_ == kMaxHeaderBytes) {
+                throw std::runtime_error("Illegal request: header too long");
+            }
+            GrowHeaderBuffer(filled);
+            new_from = filled;
+            // What a long pipeline left behind comes before anything new.
+            filled += TakeCarryOver(header_buffer_.get() + filled, header_capacity_ - filled);
+            continue;
+        }
+        if (!deadline && HasRequestBegun(header_buffer_.get(), filled)) {
             deadline = Clock::now() + header_deadline_;
         }
         if (!WaitReadableUntil(deadline.value_or(idle_end))) {
@@ -55,9 +71,10 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
             return false;
         }
         new_from = filled;
-        filled += static_cast<size_t>(
-            socket_.Receive(buffer.data() + filled, static_cast<int>(buffer.size() - filled)));
+        filled += static_cast<size_t>(socket_.Receive(header_buffer_.get() + filled,
+                                                      static_cast<int>(header_capacity_ - filled)));
     }
+    std::span<const char> buffer(header_buffer_.get(), filled);
 
     // The terminator's second line break stays in front of the body; what is left of an
     // earlier carry-over (a long pipeline) follows what this read took.
@@ -67,6 +84,13 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
 
     request.ParseHeader(std::string_view(buffer.data(), terminator));
     return true;
+}
+
+void HttpConnection::GrowHeaderBuffer(size_t filled) {
+    auto grown = std::make_unique_for_overwrite<char[]>(kMaxHeaderBytes);
+    std::memcpy(grown.get(), header_buffer_.get(), filled);
+    header_buffer_ = std::move(grown);
+    header_capacity_ = kMaxHeaderBytes;
 }
 
 bool HttpConnection::WaitReadableUntil(std::chrono::steady_clock::time_point end) {

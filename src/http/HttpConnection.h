@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "net/TCPSocket.h"
@@ -17,6 +18,8 @@ class HttpRequest;
 class HttpConnection {
 public:
     static constexpr size_t kMaxHeaderBytes = 10240;
+    // What a header buffer holds until a longer header needs the whole limit.
+    static constexpr size_t kFirstHeaderBytes = 2048;
     // A request header must be complete this long after its first byte, so that a client
     // trickling a byte now and then (each well inside the socket's time-out) cannot hold
     // a connection thread for ever.
@@ -65,6 +68,8 @@ private:
     void DropHeaderLineBreak();
     // Waits until the socket can be read; false when `end` passes first.
     [[nodiscard]] bool WaitReadableUntil(std::chrono::steady_clock::time_point end);
+    // Makes the header buffer as large as the limit, keeping its first `filled` bytes.
+    void GrowHeaderBuffer(size_t filled);
 
     TCPSocket socket_;
     std::chrono::milliseconds header_deadline_ = kHeaderDeadline;
@@ -72,6 +77,8 @@ private:
     std::string peer_ip_;
     std::string carry_over_;
     std::string output_;
+    std::unique_ptr<char[]> header_buffer_;
+    size_t header_capacity_ = 0;
     size_t carry_start_ = 0;
     bool header_line_break_pending_ = false;
 };

@@ -264,16 +264,16 @@ void HttpRequest::BeginChunk(uint64_t length) {
 }
 
 void HttpRequest::Write(const char* bytes, size_t length) {
-    // Every Send leaves at once (a progress page depends on it), together with the head and
-    // the chunk line waiting in front of it: a small response leaves in one segment, and a
-    // large body follows in the segment of its head.
-    constexpr size_t kGatherBytes = 16 * 1024;
+    // Every Send leaves at once (a progress page depends on it), in one segment with the
+    // head or chunk line waiting in front of it. A small piece is copied behind them; a
+    // larger one goes out beside them in the same send, so that the buffer a connection
+    // keeps stays the size of a head.
+    constexpr size_t kCopyBytes = 512;
     std::string& output = Output();
-    if (output.size() + length <= kGatherBytes) {
+    if (output.size() + length <= kCopyBytes || connection_ == nullptr) {
         output.append(bytes, length);
         return Flush();
     }
-    Flush(true);
     SendAll(bytes, length);
 }
 
@@ -336,28 +336,36 @@ bool HttpRequest::FinishResponse() {
 }
 
 void HttpRequest::Flush(bool more) {
-    std::string& output = Output();
-    if (output.empty()) return;
-    if (connection_ == nullptr) throw socket_exception("Connection closed");
-    SendAll(output.data(), output.size(), more);
-    output.clear();
+    if (Output().empty()) return;
+    SendAll(nullptr, 0, more);
 }
 
 void HttpRequest::SendAll(const char* bytes, size_t length, bool more) {
-    if (length == 0) return;
     if (connection_ == nullptr) throw socket_exception("Connection closed");
     TCPSocket& socket = connection_->GetSocket();
+    // What waits in the output buffer goes first, in the same sends.
+    std::string& output = Output();
+    size_t waiting = output.size();
+    if (waiting == 0 && length == 0) return;
+    int flags = more ? MSG_MORE : 0;
     try {
-        while (length > 0) {
+        size_t output_sent = 0;
+        while (output_sent < waiting || length > 0) {
             // A send may take fewer bytes than offered (a send time-out, a signal); only
             // what it took is counted, and the rest is offered again from where it stopped.
-            int chunk = static_cast<int>(std::min<size_t>(length, 1 << 30));
-            auto sent = static_cast<size_t>(socket.Send(bytes, chunk, more ? MSG_MORE : 0));
-            bytes += sent;
-            length -= sent;
+            std::string_view first(output.data() + output_sent, waiting - output_sent);
+            std::string_view second(bytes, std::min<size_t>(length, 1 << 30));
+            auto sent = static_cast<size_t>(
+                first.empty() ? socket.Send(second.data(), static_cast<int>(second.size()), flags)
+                              : socket.SendPair(first, second, flags));
+            size_t from_output = std::min(sent, first.size());
+            output_sent += from_output;
+            bytes += sent - from_output;
+            length -= sent - from_output;
             // HEAD moves no file: its head is not counted as a transfer.
             if (!IsHead()) status_.ReportTransferred(kDirectionDownload, sent);
         }
+        output.clear();
     } catch (...) {
         response_broken_ = true;
         throw;
@@ -378,10 +386,14 @@ void HttpRequest::DisposeBody() {
         Log(kLogTrace, "Body not asked for");
         return;
     }
-    char scratch[8192];
+    if (consumed_ >= content_length_) return;
+    // On the heap: every response passes here, and a buffer in this frame would touch stack
+    // pages that each idle connection thread then keeps.
+    constexpr int kScratchBytes = 8192;
+    auto scratch = std::make_unique_for_overwrite<char[]>(kScratchBytes);
     uint64_t disposed = 0;
     while (consumed_ < content_length_) {
-        int got = ReceiveBody(scratch, sizeof scratch);
+        int got = ReceiveBody(scratch.get(), kScratchBytes);
         if (got <= 0) break;
         disposed += static_cast<uint64_t>(got);
     }

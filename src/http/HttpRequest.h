@@ -128,9 +128,10 @@ private:
     void PrepareBody();
     void ReadForm();
     void DisposeBody();
-    // Sends all the bytes, reporting each send to the transfer status and keeping the
-    // speed limit after it. `more`: further bytes follow at once, so the kernel may hold
-    // these back to fill a segment.
+    // Sends what the output buffer holds and then all the bytes, in the same sends,
+    // reporting each send to the transfer status and keeping the speed limit after it.
+    // `more`: further bytes follow at once, so the kernel may hold these back to fill a
+    // segment.
     void SendAll(const char* bytes, size_t length, bool more = false);
     // The sendfile loop of SendFileBody.
     void SendFileBytes(int socket, int file_fd, off_t position, uint64_t left);

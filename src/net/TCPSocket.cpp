@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -77,6 +78,23 @@ int TCPSocket::Send(const void* buffer, int length, int flags) {
         sent = RawSend(buffer, static_cast<size_t>(length), flags);
     } while (sent < 0 && errno == EINTR);
     if (sent <= 0) {
+        ThrowTimedOutOrLastError();
+    }
+    return static_cast<int>(sent);
+}
+
+int TCPSocket::SendPair(std::string_view first, std::string_view second, int flags) {
+    iovec pieces[2] = {{const_cast<char*>(first.data()), first.size()},
+                       {const_cast<char*>(second.data()), second.size()}};
+    msghdr message{};
+    message.msg_iov = pieces;
+    message.msg_iovlen = 2;
+    ssize_t sent;
+    do {
+        sent = ::sendmsg(GetHandle(), &message, flags | MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    if (sent <= 0) {
+        if (sent < 0) RecordSocketErrno();
         ThrowTimedOutOrLastError();
     }
     return static_cast<int>(sent);

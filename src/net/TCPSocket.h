@@ -27,6 +27,8 @@ public:
     // Throws on an error; a length of 0 sends nothing and returns 0. `flags` as send(2)
     // takes them (MSG_MORE: more follows at once).
     int Send(const void* buffer, int length, int flags = 0);
+    // One send of two pieces, as if they were one (sendmsg); as Send otherwise.
+    int SendPair(std::string_view first, std::string_view second, int flags = 0);
     // Sends every byte, in as many sends as it takes; throws as Send does.
     void SendAll(std::string_view bytes);
     // One receive: returns how many bytes came (at least 1). Throws "Connection closed"
