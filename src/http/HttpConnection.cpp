@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "http/HttpRequest.h"
+#include "net/socket_exception.h"
 
 namespace Zarn {
 namespace {
@@ -71,9 +72,18 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
             return false;
         }
         new_from = filled;
-        filled += static_cast<size_t>(socket_.Receive(header_buffer_.get() + filled,
-                                                      static_cast<int>(header_capacity_ - filled)));
+        try {
+            filled += static_cast<size_t>(socket_.Receive(
+                header_buffer_.get() + filled, static_cast<int>(header_capacity_ - filled)));
+        } catch (const socket_exception& error) {
+            // A client that closes a kept connection between requests is done with it, not
+            // failing: only a close in the middle of a request, or before any, is news.
+            bool between = headers_read_ > 0 && !HasRequestBegun(header_buffer_.get(), filled);
+            if (between && std::string_view(error.what()) == "Connection closed") return false;
+            throw;
+        }
     }
+    ++headers_read_;
     std::span<const char> buffer(header_buffer_.get(), filled);
 
     // The terminator's second line break stays in front of the body; what is left of an

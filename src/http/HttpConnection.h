@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -40,7 +41,8 @@ public:
     // wait for its first byte is bounded by the keep-alive time-out; from that byte on,
     // the header deadline runs. A request already in the carry-over buffer (pipelined)
     // starts at once, without any idle wait.
-    // Throws socket_exception when the peer closes or breaks the connection, and
+    // Throws socket_exception when the peer closes or breaks the connection (a close
+    // between two requests on a kept connection only returns false), and
     // std::runtime_error "Illegal request: header too long" when no blank line comes
     // within the limit, "Illegal request: header too slow" when it does not come before
     // the deadline. False when there is no socket to read, and when the keep-alive
@@ -79,6 +81,7 @@ private:
     std::string output_;
     std::unique_ptr<char[]> header_buffer_;
     size_t header_capacity_ = 0;
+    uint64_t headers_read_ = 0;
     size_t carry_start_ = 0;
     bool header_line_break_pending_ = false;
 };

@@ -156,15 +156,20 @@ uint32_t WebServer::Run() {
 }
 
 void WebServer::AcceptPending() {
+    // Everything queued is taken in one wake-up, so that a burst of connections costs one
+    // poll, not one each; the bound keeps a flood from starving the wake-up event.
+    constexpr int kMaxAcceptsPerWake = 64;
+    int accepted = 0;
     TCPSocket child;
-    if (listener_.Accept(child)) {
+    while (accepted < kMaxAcceptsPerWake && listener_.Accept(child)) {
         Log(kLogTrace, "server.Accept(child) succeeded");
         HandOver(std::move(child));
-        return;
+        child = TCPSocket();
+        ++accepted;
     }
     // A connection that went away between poll and accept is not a failure.
     constexpr int kWouldBlock = 10035, kAborted = 10053;
-    if (LastSocketError() == kWouldBlock || LastSocketError() == kAborted) return;
+    if (accepted > 0 || LastSocketError() == kWouldBlock || LastSocketError() == kAborted) return;
     Log(kLogTrace, "server.Accept(child) failed: Server socket seems to be closed.");
     (void)WaitForStop(std::chrono::milliseconds(10));
 }

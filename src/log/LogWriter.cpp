@@ -209,6 +209,11 @@ void LogWriter::RunWriterThread() {
             std::unique_lock lock(queue_mutex_);
             lines_queued_.wait(lock, [this] { return !pending_.IsEmpty() || stopping_; });
             if (pending_.IsEmpty()) return;
+            // Lines come in bursts (several for every request): a moment's wait gathers a
+            // burst into one write instead of waking for each line. A stop or a Flush cuts
+            // it short.
+            (void)lines_queued_.wait_for(lock, kGatherTime,
+                                         [this] { return stopping_ || flushes_waiting_ > 0; });
         }
         WriteQueued();
     }
@@ -260,7 +265,10 @@ void LogWriter::AppendDropNotice(const Drops& drops) {
 void LogWriter::Flush() {
     std::unique_lock lock(queue_mutex_);
     uint64_t target = queued_lines_;
+    ++flushes_waiting_;
+    lines_queued_.notify_one();
     lines_written_.wait(lock, [&] { return written_lines_ >= target; });
+    --flushes_waiting_;
 }
 
 void LogWriter::AppendToFile(FileRun& run) {

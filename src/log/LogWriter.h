@@ -38,6 +38,8 @@ public:
 
     static constexpr size_t kMaxQueuedBytes = 4 << 20;
     static constexpr std::chrono::milliseconds kMaxQueueWait{100};
+    // How long the writer waits after the first line of a burst for the rest of it.
+    static constexpr std::chrono::milliseconds kGatherTime{20};
 
     struct Options {
         std::string home;  // the folder that holds "Log/"
@@ -120,6 +122,7 @@ private:
     Drops drops_;
     bool stalled_ = false;  // a logger gave up waiting for room; the next swap clears it
     bool stopping_ = false;
+    int flushes_waiting_ = 0;
 
     // The writing side: the writer thread, or every logging thread in turn when that thread
     // could not start.

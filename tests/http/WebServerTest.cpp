@@ -142,6 +142,25 @@ TEST_F(WebServerTest, ClientThatSaysNothingEndsWithConnectionClosed) {
     EXPECT_TRUE(WaitUntil([&] { return server_.GetIdleThreadCount() == 1; }));
 }
 
+TEST_F(WebServerTest, AClientClosingAKeptConnectionBetweenRequestsIsNoError) {
+    LogCapture capture;
+    Serve(AnswerOk);
+    {
+        TCPSocket client = ConnectTo(server_.GetPort());
+        SendAll(client, "GET /a HTTP/1.1\r\n\r\n");
+        EXPECT_EQ(ReadAnswer(client), "ok");
+    }
+    EXPECT_TRUE(WaitUntil([&] { return server_.GetIdleThreadCount() == 1; }));
+    EXPECT_FALSE(capture.Contains(kLogConnection, "[127.0.0.1] Socket Error: Connection closed"));
+    // Closing in the middle of a request still is.
+    {
+        TCPSocket client = ConnectTo(server_.GetPort());
+        SendAll(client, "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1.1\r\n");
+        EXPECT_EQ(ReadAnswer(client), "ok");
+    }
+    EXPECT_TRUE(capture.WaitFor(kLogConnection, "[127.0.0.1] Socket Error: Connection closed"));
+}
+
 TEST_F(WebServerTest, SequentialConnectionsReuseOneIdleThread) {
     std::mutex mutex;
     std::set<std::thread::id> threads;
