@@ -26,6 +26,9 @@
 #include "server/KorvelServer.h"
 #include "skin/SkinManager.h"
 #include "ui/CommandLine.h"
+#include "ui/ConsoleServer.h"
+#include "ui/ConsoleToken.h"
+#include "ui/LogHistory.h"
 #include "ui/SingleInstanceLock.h"
 
 namespace {
@@ -90,6 +93,9 @@ int Serve(const CommandLine& line) {
     // A file-size limit must fail the one write that crosses it, as a full disk does,
     // not end the whole server.
     ::signal(SIGXFSZ, SIG_IGN);
+    // Whoever reads the start-up lines may go away (a script that read the address); a
+    // later line to them must fail, not end the server.
+    ::signal(SIGPIPE, SIG_IGN);
 
     // Every thread started from here on inherits the blocked signals; only sigwait below
     // receives them.
@@ -131,8 +137,28 @@ int Serve(const CommandLine& line) {
                 server.GetPort());
     std::fflush(stdout);
 
+    // The owner's console. Without it the visitors are still served: another program
+    // holding its port (a second home, say) is no reason to stop sharing.
+    LogHistory log_history(log_queue);
+    std::optional<std::string> token = ConsoleToken::LoadOrCreate(home);
+    ConsoleServer console({.token = token.value_or(""),
+                           .port = {},
+                           .api = {.config = &config, .server = &server, .log = &log_history}});
+    if (token && console.Start(config.consolePort)) {
+        std::printf("Owner's console: http://127.0.0.1:%d/?token=%s\n", console.GetPort(),
+                    token->c_str());
+        std::fflush(stdout);
+    } else {
+        int code = LastSocketError();
+        log_writer.Flush();
+        std::fprintf(stderr, "lumidrop: the owner's console cannot listen on port %d: %s\n",
+                     static_cast<int>(config.consolePort),
+                     token ? ErrorText(code) : "no console.token could be made");
+    }
+
     int received = 0;
     sigwait(&stop_signals, &received);
+    console.Stop();
     server.Stop();
     CriticalSectionLock hold(config.GetLock());
     config.wasRunning = true;

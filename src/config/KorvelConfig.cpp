@@ -41,6 +41,7 @@ KorvelConfig::KorvelConfig(std::string settings_path) : settings_path_(std::move
 void KorvelConfig::RegisterAll() {
     Register("singleInstance", &singleInstance, true);
     Register("port", &port, 80);
+    Register("consolePort", &consolePort, 8090);
     Register("wasRunning", &wasRunning, false);
     Register("bootOnTray", &bootOnTray, false);
     Register("canRootAccess", &canRootAccess, true);

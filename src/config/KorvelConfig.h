@@ -44,6 +44,8 @@ public:
 
     bool singleInstance = true;
     unsigned short port = 80;
+    // Where the owner's console listens, on the loopback address only (0: any free port).
+    unsigned short consolePort = 8090;
     bool wasRunning = false;
     bool bootOnTray = false;
     bool canRootAccess = true;

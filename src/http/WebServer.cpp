@@ -45,7 +45,7 @@ void WebServer::SetKeepAliveTimeout(std::chrono::milliseconds timeout) {
 bool WebServer::Listen(int port) {
     if (IsRunning()) return false;
     TCPServerSocket listener;
-    if (port < 0 || port > 0xFFFF || !listener.Listen(static_cast<uint16_t>(port))) {
+    if (port < 0 || port > 0xFFFF || !listener.Listen(static_cast<uint16_t>(port), bind_address_)) {
         Log(kLogTrace, "server.Listen(%d) failed", port);
         std::lock_guard lock(mutex_);
         port_ = -1;
@@ -78,7 +78,8 @@ bool WebServer::ChangePort(int port) {
     int current = GetPort();
     if (current == -1 || current == port) return true;
     auto listener = std::make_unique<TCPServerSocket>();
-    if (port < 0 || port > 0xFFFF || !listener->Listen(static_cast<uint16_t>(port))) {
+    if (port < 0 || port > 0xFFFF ||
+        !listener->Listen(static_cast<uint16_t>(port), bind_address_)) {
         return false;
     }
     listener->SetNonBlocking();

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "core/AThread.h"
@@ -35,6 +36,9 @@ public:
     WebServer();
     ~WebServer() override;
 
+    // Before Listen: a dotted IPv4 address to listen on alone (the owner's console keeps
+    // to 127.0.0.1); by default every interface.
+    void SetBindAddress(std::string address) { bind_address_ = std::move(address); }
     // Set these before Listen; both must outlive the server's threads.
     void SetRequestHandler(HttpRequestHandler* handler);
     void SetTransferStatusAggregator(TransferStatusAggregator* aggregator);
@@ -91,6 +95,7 @@ private:
     std::vector<std::unique_ptr<RequestParserThread>> threads_;
     std::chrono::milliseconds keep_alive_timeout_ = HttpConnection::kDefaultKeepAliveTimeout;
     int port_ = -1;
+    std::string bind_address_;
     UniqueFd wake_fd_;
 };
 

@@ -1,5 +1,6 @@
 #include "net/TCPServerSocket.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,10 +11,15 @@
 
 namespace Zarn {
 
-bool TCPServerSocket::Bind(uint16_t port) {
+bool TCPServerSocket::Bind(uint16_t port, const std::string& interface_address) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (!interface_address.empty() &&
+        ::inet_pton(AF_INET, interface_address.c_str(), &address.sin_addr) != 1) {
+        SetLastSocketError(10049);  // the address is not available
+        return false;
+    }
     address.sin_port = htons(port);
     if (::bind(GetHandle(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         RecordSocketErrno();
@@ -22,7 +28,7 @@ bool TCPServerSocket::Bind(uint16_t port) {
     return true;
 }
 
-bool TCPServerSocket::Listen(uint16_t port) {
+bool TCPServerSocket::Listen(uint16_t port, const std::string& address) {
     Attach(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!IsValid()) {
         RecordSocketErrno();
@@ -31,7 +37,7 @@ bool TCPServerSocket::Listen(uint16_t port) {
     int on = 1;
     ::setsockopt(GetHandle(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     int code = 0;
-    if (!Bind(port)) {
+    if (!Bind(port, address)) {
         code = LastSocketError();
     } else if (::listen(GetHandle(), SOMAXCONN) != 0) {
         code = RecordSocketErrno();

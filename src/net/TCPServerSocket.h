@@ -1,13 +1,15 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "net/Socket.h"
 #include "net/TCPSocket.h"
 
 namespace Zarn {
 
-// The listening socket of the web server, on every IPv4 interface. It is owned by the
+// The listening socket of the web server, on every IPv4 interface or on one address. It is
+// owned by the
 // accept thread; another thread may Close it (or Shutdown it) to end a blocked Accept.
 class TCPServerSocket : public Socket {
 public:
@@ -15,12 +17,13 @@ public:
     TCPServerSocket(TCPServerSocket&& other) noexcept = default;
     TCPServerSocket& operator=(TCPServerSocket&& other) noexcept = default;
 
-    [[nodiscard]] bool Bind(uint16_t port);
+    // `address`: a dotted IPv4 address to listen on alone; empty for every interface.
+    [[nodiscard]] bool Bind(uint16_t port, const std::string& address = {});
     // A new socket bound to the port and listening. SO_REUSEADDR lets a restart bind at
     // once while old connections linger, yet Linux still refuses a second live listener
     // on the port. On failure nothing stays open and the reason is the thread's last
     // socket error.
-    [[nodiscard]] bool Listen(uint16_t port);
+    [[nodiscard]] bool Listen(uint16_t port, const std::string& address = {});
     // Port 0 asks the system for a free port; this tells which one it chose (-1 if none).
     [[nodiscard]] int GetLocalPort() const;
 

@@ -35,6 +35,10 @@ public:
     [[nodiscard]] bool ChangePort(int port) { return web_server_.ChangePort(port); }
     void Stop();
     [[nodiscard]] int GetPort() const { return web_server_.GetPort(); }
+    // Connections being served now (their threads are busy, not waiting for the next one).
+    [[nodiscard]] size_t GetConnectionCount() {
+        return web_server_.GetThreadCount() - web_server_.GetIdleThreadCount();
+    }
 
     [[nodiscard]] MountManager& GetMounts() { return mounts_; }
     [[nodiscard]] AccountManager& GetAccounts() { return accounts_; }

@@ -22,6 +22,7 @@ const std::string kHandWritten =
     "HostName=my.example.org\r\n"
     "bootOnTray=0\r\n"
     "canRootAccess=1\r\n"
+    "consolePort=9000\r\n"
     "defaultSkin=\r\n"
     "defaultUrlCodepage=949\r\n"
     "downloadConnectionLimit=4\r\n"
@@ -71,6 +72,7 @@ TEST(KorvelConfigTest, HandWrittenFileLoadsAndSavesBackByteForByte) {
     home.Write(KorvelConfig::kFileName, kHandWritten);
     KorvelConfig config(home / KorvelConfig::kFileName);
     EXPECT_EQ(config.port, 8080);
+    EXPECT_EQ(config.consolePort, 9000);
     EXPECT_EQ(config.keepAliveTimeout, 40);
     EXPECT_EQ(config.HostName, "my.example.org");
     EXPECT_EQ(config.ipFilterTable, (std::vector<std::string>{"192.168.0.*:allow", "*.*.*.*:ban"}));

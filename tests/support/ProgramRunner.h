@@ -35,6 +35,15 @@ public:
     // The running program's process id (-1 once stopped), for looking at it in /proc.
     [[nodiscard]] pid_t Pid() const { return pid_; }
     [[nodiscard]] const std::string& ListeningLine() const { return line_; }
+    // The next line the program prints after its listening line (the owner's console's
+    // address, when the console could listen); empty when the program ends first.
+    [[nodiscard]] std::string NextLine() {
+        char buffer[512] = {};
+        if (out_ == nullptr || std::fgets(buffer, sizeof buffer, out_) == nullptr) return {};
+        std::string line = buffer;
+        if (line.ends_with('\n')) line.pop_back();
+        return line;
+    }
 
     // Sends SIGTERM and waits; the exit status (-1 when it did not exit normally).
     int Stop() {
@@ -44,6 +53,8 @@ public:
         ::waitpid(pid_, &status, 0);
         pid_ = -1;
         exit_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        if (out_ != nullptr) std::fclose(out_);
+        out_ = nullptr;
         return exit_status_;
     }
 
@@ -82,7 +93,8 @@ private:
         FILE* out = ::fdopen(pipe_fds[0], "r");
         char buffer[256] = {};
         if (std::fgets(buffer, sizeof buffer, out) != nullptr) line_ = buffer;
-        std::fclose(out);
+        // Kept open: what the program prints later must not meet a closed pipe.
+        out_ = out;
         size_t colon = line_.rfind(':');
         ASSERT_NE(colon, std::string::npos) << "no listening line; stderr: " << error_path;
         port_ = std::atoi(line_.c_str() + colon + 1);
@@ -94,6 +106,7 @@ private:
     int port_ = -1;
     int exit_status_ = -1;
     std::string line_;
+    FILE* out_ = nullptr;
 };
 
 }  // namespace Zarn::testing

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+namespace Zarn {
+
+class HttpRequest;
+class KorvelConfig;
+class KorvelServer;
+class LogHistory;
+
+// The owner's console interface under /api/v1/: answers in JSON, changes through
+// url-encoded forms, each change made through the registry that owns it, applied at once
+// and saved. The request handler has already checked that the owner asks.
+class ConsoleApi {
+public:
+    struct Services {
+        KorvelConfig* config = nullptr;
+        KorvelServer* server = nullptr;
+        LogHistory* log = nullptr;
+        std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
+    };
+
+    explicit ConsoleApi(Services services) : services_(services) {}
+
+    // Whether the endpoint changes something (and so must come as a checked POST).
+    [[nodiscard]] static bool IsChange(std::string_view endpoint);
+    // Answers the endpoint ("status", "transfers/kick", ...); 404 in JSON for one that
+    // does not exist.
+    void Serve(HttpRequest& request, std::string_view endpoint);
+
+    // Writes a whole JSON answer.
+    static void SendJson(HttpRequest& request, int code, std::string_view reason,
+                         const std::string& json);
+    // A refusal naming the field at fault (may be empty) and why, in the owner's language.
+    static void SendError(HttpRequest& request, int code, std::string_view reason,
+                          std::string_view field, const std::string& message);
+
+    // "  1:02:03" for seconds left, "??:??:??" when it cannot be told.
+    [[nodiscard]] static std::string TimeLeft(uint64_t total, uint64_t position, uint64_t speed);
+
+private:
+    void SendStatus(HttpRequest& request);
+    void SendTransfers(HttpRequest& request);
+    void Kick(HttpRequest& request);
+    void SendLog(HttpRequest& request);
+    void SendLimits(HttpRequest& request);
+    void SetLimits(HttpRequest& request);
+
+    Services services_;
+};
+
+}  // namespace Zarn

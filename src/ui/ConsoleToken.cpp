@@ -1,0 +1,84 @@
+#include "ui/ConsoleToken.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/FileContents.h"
+#include "core/PathUtil.h"
+#include "core/StringUtil.h"
+#include "core/UniqueFd.h"
+
+namespace Zarn {
+namespace {
+
+constexpr size_t kTokenBytes = 16;
+
+std::optional<std::string> RandomToken() {
+    unsigned char bytes[kTokenBytes];
+    size_t got = 0;
+    while (got < sizeof bytes) {
+        ssize_t read = ::getrandom(bytes + got, sizeof bytes - got, 0);
+        if (read < 0) return std::nullopt;
+        got += static_cast<size_t>(read);
+    }
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::string token;
+    for (unsigned char byte : bytes) {
+        token += kHex[byte >> 4];
+        token += kHex[byte & 0xF];
+    }
+    return token;
+}
+
+// Written beside the final name and renamed over it, so a reader never sees half a token.
+bool Save(const std::string& path, const std::string& token) {
+    std::string temporary = path + ".new";
+    (void)::unlink(temporary.c_str());
+    UniqueFd file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!file.IsValid()) return false;
+    std::string line = token + "\n";
+    bool written =
+        ::write(file.Get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    if (!written || ::fsync(file.Get()) != 0) {
+        (void)::unlink(temporary.c_str());
+        return false;
+    }
+    return ::rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+}  // namespace
+
+bool ConsoleToken::IsWellFormed(std::string_view text) {
+    if (text.size() != 2 * kTokenBytes) return false;
+    for (char c : text) {
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
+    }
+    return true;
+}
+
+std::optional<std::string> ConsoleToken::LoadOrCreate(const std::string& home) {
+    std::string path = JoinPath(home, kFileName);
+    if (std::optional<std::string> text = ReadWholeFile(path)) {
+        std::string token(Trim(*text));
+        if (IsWellFormed(token)) {
+            // Whoever can read it can act as the owner: it stays the owner's alone.
+            (void)::chmod(path.c_str(), 0600);
+            return token;
+        }
+    }
+    std::optional<std::string> token = RandomToken();
+    if (!token || !Save(path, *token)) return std::nullopt;
+    return token;
+}
+
+bool ConsoleToken::Matches(const std::string& token, std::string_view offered) {
+    if (token.empty() || offered.size() != token.size()) return false;
+    unsigned char difference = 0;
+    for (size_t i = 0; i < token.size(); ++i)
+        difference |= static_cast<unsigned char>(token[i] ^ offered[i]);
+    return difference == 0;
+}
+
+}  // namespace Zarn
