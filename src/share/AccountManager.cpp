@@ -136,6 +136,23 @@ bool AccountManager::RemoveAccount(const std::string& name) {
     return SaveLocked();
 }
 
+bool AccountManager::RenameAccount(const std::string& name, const std::string& new_name) {
+    if (new_name.empty() || name == kAnonymous || new_name == kAnonymous) return false;
+    CriticalSectionLock hold(config_.GetLock());
+    auto found = accounts_.find(name);
+    if (found == accounts_.end() || accounts_.contains(new_name)) return false;
+    // The identifier travels with the record, and the grants are keyed by it.
+    auto record = accounts_.extract(found);
+    record.key() = new_name;
+    accounts_.insert(std::move(record));
+    return SaveLocked();
+}
+
+bool AccountManager::Save() {
+    CriticalSectionLock hold(config_.GetLock());
+    return SaveLocked();
+}
+
 bool AccountManager::SetRights(const std::string& account, const std::string& mount,
                                uint32_t rights) {
     CriticalSectionLock hold(config_.GetLock());

@@ -47,10 +47,16 @@ public:
     // mount does not exist (or the save failed).
     bool SetAccount(const std::string& name, const std::string& password);
     bool RemoveAccount(const std::string& name);
+    // Keeps the account's rights under its new name; false also when the new name is
+    // taken or either name is the anonymous visitor's.
+    bool RenameAccount(const std::string& name, const std::string& new_name);
     bool SetRights(const std::string& account, const std::string& mount, uint32_t rights);
     // Grants of the settings file whose mount did not exist at load time take effect for
     // mounts added since (on the command line, say).
     void ApplyPendingRights();
+    // Writes the tables again: after a mount was removed or renamed, so that the file's
+    // grants name the mounts as they now are.
+    bool Save();
 
 private:
     struct Account {

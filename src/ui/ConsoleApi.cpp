@@ -11,6 +11,7 @@
 #include "i18n/Translate.h"
 #include "server/KorvelServer.h"
 #include "transfer/TransferStatusReporter.h"
+#include "ui/ConsoleSharingApi.h"
 #include "ui/LogHistory.h"
 
 namespace Zarn {
@@ -40,6 +41,7 @@ const char* KindName(const std::optional<int>& kind) {
 }  // namespace
 
 bool ConsoleApi::IsChange(std::string_view endpoint) {
+    if (ConsoleSharingApi::IsChange(endpoint)) return true;
     return endpoint == "transfers/kick" || endpoint == "limits/set";
 }
 
@@ -50,6 +52,7 @@ void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
     if (endpoint == "log") return SendLog(request);
     if (endpoint == "limits") return SendLimits(request);
     if (endpoint == "limits/set") return SetLimits(request);
+    if (ConsoleSharingApi(*services_.config, *services_.server).Serve(request, endpoint)) return;
     SendError(request, 404, "Not Found", "", Translate("찾을 수 없습니다."));
 }
 

@@ -102,5 +102,24 @@ TEST_F(AccountManagerTest, SavesChangesAndKeepsGrantsItCannotPlace) {
               (std::vector<std::string>{".anonymous|docs|0", "bob|gone%20away|7"}));
 }
 
+TEST_F(AccountManagerTest, RenamedAccountKeepsItsPasswordAndRights) {
+    Load(
+        "users+=bob|pw\r\nusers+=carol|c\r\n"
+        "mounts+=docs|%2fdocs|x|yes|x|no\r\n"
+        "authorities+=bob|docs|13\r\n");
+    EXPECT_FALSE(accounts_->RenameAccount("bob", "carol"));
+    EXPECT_FALSE(accounts_->RenameAccount("nobody", "dave"));
+    EXPECT_FALSE(accounts_->RenameAccount("bob", AccountManager::kAnonymous));
+    EXPECT_FALSE(accounts_->RenameAccount(AccountManager::kAnonymous, "dave"));
+    ASSERT_TRUE(accounts_->RenameAccount("bob", "robert"));
+    EXPECT_FALSE(accounts_->CheckPassword("bob", "pw"));
+    EXPECT_TRUE(accounts_->CheckPassword("robert", "pw"));
+    EXPECT_EQ(accounts_->GetRights("robert", "docs"), 13u);
+    EXPECT_EQ(accounts_->GetRights("bob", "docs"), std::nullopt);
+    KorvelConfig reloaded(home_ / "mount.ini");
+    EXPECT_EQ(reloaded.users, (std::vector<std::string>{"carol|c", "robert|pw"}));
+    EXPECT_EQ(reloaded.authorities, (std::vector<std::string>{"robert|docs|13"}));
+}
+
 }  // namespace
 }  // namespace Zarn
