@@ -230,6 +230,7 @@ void HttpRequest::SendHead(const ResponseHead& head) {
     DisposeBody();
     Log(kLogTrace, "SendHead(%d)", head.GetCode());
     response_begun_ = true;
+    response_code_ = head.GetCode();
     ResponseHead::Written written = head.WriteTo(GetResponseTerms(), HttpDate::Now(), Output());
     framing_ = written.framing;
     keep_alive_ = written.keep_alive;

@@ -120,6 +120,8 @@ public:
     // What this request says about the response's framing and connection.
     [[nodiscard]] ResponseTerms GetResponseTerms() const;
     [[nodiscard]] bool IsResponseBegun() const { return response_begun_; }
+    // The status code of the head sent; 0 before SendHead.
+    [[nodiscard]] int GetResponseCode() const { return response_code_; }
     [[nodiscard]] bool IsKeepAlive() const { return keep_alive_ && !body_left_unread_; }
     // The response went out before the request's body was read (or asked for).
     [[nodiscard]] bool IsBodyLeftUnread() const { return body_left_unread_; }
@@ -161,6 +163,7 @@ private:
     // Without a connection, the output collects here (it is never sent).
     std::string own_output_;
     bool response_begun_ = false;
+    int response_code_ = 0;
     bool response_ended_ = false;
     bool response_broken_ = false;  // a send failed part way: the framing cannot be trusted
     bool keep_alive_ = false;

@@ -9,16 +9,58 @@
 #include "core/Version.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
+#include "log/Log.h"
 #include "server/KorvelServer.h"
 #include "transfer/TransferStatusReporter.h"
+#include "ui/ConsoleControlApi.h"
+#include "ui/ConsoleEvents.h"
 #include "ui/ConsoleSharingApi.h"
 #include "ui/LogHistory.h"
 
 namespace Zarn {
 namespace {
 
-// A whole decimal number within the bounds, or nothing.
-std::optional<int64_t> ParseInteger(std::string_view text, int64_t low, int64_t high) {
+const char* KindName(const std::optional<int>& kind) {
+    if (!kind) return "";
+    return *kind == kDirectionUpload ? "upload" : "download";
+}
+
+// Tells every open console, once the endpoint has answered, that a change went through,
+// so that no endpoint has to remember to.
+class ChangeAnnouncement {
+public:
+    ChangeAnnouncement(ConsoleEvents* events, const HttpRequest& request, std::string_view endpoint)
+        : events_(events), request_(request), endpoint_(endpoint) {}
+    ~ChangeAnnouncement() {
+        int code = request_.GetResponseCode();
+        if (events_ == nullptr || !ConsoleApi::IsChange(endpoint_) || code <= 0 || code >= 400)
+            return;
+        JsonWriter json;
+        json.BeginObject().Member("what", endpoint_).EndObject();
+        events_->Publish("settings", json.Text());
+    }
+    ChangeAnnouncement(const ChangeAnnouncement&) = delete;
+    ChangeAnnouncement& operator=(const ChangeAnnouncement&) = delete;
+
+private:
+    ConsoleEvents* events_;
+    const HttpRequest& request_;
+    std::string_view endpoint_;
+};
+
+}  // namespace
+
+ConsoleApi::ConsoleApi(Services services) : services_(services) {
+    if (services_.server == nullptr || services_.log == nullptr || services_.config == nullptr)
+        return;
+    events_ = std::make_unique<ConsoleEvents>(services_.server->GetTransfers(), *services_.log);
+    if (!events_->Start()) Log(kLogError, "The console's event thread could not start");
+    control_ = std::make_unique<ConsoleControlApi>(*services_.config, *services_.server, *events_);
+}
+
+ConsoleApi::~ConsoleApi() = default;
+
+std::optional<int64_t> ConsoleApi::ParseInteger(std::string_view text, int64_t low, int64_t high) {
     text = Trim(text);
     bool negative = text.starts_with('-');
     if (negative) text.remove_prefix(1);
@@ -33,19 +75,15 @@ std::optional<int64_t> ParseInteger(std::string_view text, int64_t low, int64_t 
     return value;
 }
 
-const char* KindName(const std::optional<int>& kind) {
-    if (!kind) return "";
-    return *kind == kDirectionUpload ? "upload" : "download";
-}
-
-}  // namespace
-
 bool ConsoleApi::IsChange(std::string_view endpoint) {
     if (ConsoleSharingApi::IsChange(endpoint)) return true;
+    if (ConsoleControlApi::IsChange(endpoint)) return true;
     return endpoint == "transfers/kick" || endpoint == "limits/set";
 }
 
 void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
+    ChangeAnnouncement announcement(events_.get(), request, endpoint);
+    if (control_ != nullptr && control_->Serve(request, endpoint)) return;
     if (endpoint == "status") return SendStatus(request);
     if (endpoint == "transfers") return SendTransfers(request);
     if (endpoint == "transfers/kick") return Kick(request);
@@ -105,29 +143,32 @@ void ConsoleApi::SendStatus(HttpRequest& request) {
     SendJson(request, 200, "OK", json.Text());
 }
 
+void ConsoleApi::WriteTransfer(JsonWriter& json,
+                               const GuiTransferStatusAggregator::Transfer& transfer) {
+    bool upload = transfer.kind && *transfer.kind == kDirectionUpload;
+    const GuiTransferStatusAggregator::Figures& figures =
+        upload ? transfer.upload : transfer.download;
+    uint64_t percent = figures.total_size == 0 ? 0 : figures.position * 100 / figures.total_size;
+    json.BeginObject()
+        .Member("id", static_cast<uint64_t>(transfer.id))
+        .Member("client", transfer.description.client_address)
+        .Member("user", transfer.description.user_name)
+        .Member("file", transfer.description.target)
+        .Member("kind", KindName(transfer.kind))
+        .Member("total", figures.total_size)
+        .Member("position", figures.position)
+        .Member("speed", figures.speed)
+        .Member("percent", std::min<uint64_t>(percent, 100))
+        .Member("timeLeft", TimeLeft(figures.total_size, figures.position, figures.speed))
+        .EndObject();
+}
+
 void ConsoleApi::SendTransfers(HttpRequest& request) {
     JsonWriter json;
     json.BeginArray();
     for (const GuiTransferStatusAggregator::Transfer& transfer :
-         services_.server->GetTransfers().Snapshot()) {
-        bool upload = transfer.kind && *transfer.kind == kDirectionUpload;
-        const GuiTransferStatusAggregator::Figures& figures =
-            upload ? transfer.upload : transfer.download;
-        uint64_t percent =
-            figures.total_size == 0 ? 0 : figures.position * 100 / figures.total_size;
-        json.BeginObject()
-            .Member("id", static_cast<uint64_t>(transfer.id))
-            .Member("client", transfer.description.client_address)
-            .Member("user", transfer.description.user_name)
-            .Member("file", transfer.description.target)
-            .Member("kind", KindName(transfer.kind))
-            .Member("total", figures.total_size)
-            .Member("position", figures.position)
-            .Member("speed", figures.speed)
-            .Member("percent", std::min<uint64_t>(percent, 100))
-            .Member("timeLeft", TimeLeft(figures.total_size, figures.position, figures.speed))
-            .EndObject();
-    }
+         services_.server->GetTransfers().Snapshot())
+        WriteTransfer(json, transfer);
     json.EndArray();
     SendJson(request, 200, "OK", json.Text());
 }
@@ -157,15 +198,18 @@ void ConsoleApi::SendLog(HttpRequest& request) {
     uint64_t after = static_cast<uint64_t>(ParseInteger(after_text, 0, INT64_MAX / 2).value_or(0));
     JsonWriter json;
     json.BeginArray();
-    for (const LogHistory::Line& line : services_.log->LinesAfter(after)) {
-        json.BeginObject()
-            .Member("id", line.id)
-            .Member("level", static_cast<uint64_t>(line.level))
-            .Member("text", line.text)
-            .EndObject();
-    }
+    for (const LogHistory::Line& line : services_.log->LinesAfter(after))
+        WriteLogLine(json, line);
     json.EndArray();
     SendJson(request, 200, "OK", json.Text());
+}
+
+void ConsoleApi::WriteLogLine(JsonWriter& json, const LogHistory::Line& line) {
+    json.BeginObject()
+        .Member("id", line.id)
+        .Member("level", static_cast<uint64_t>(line.level))
+        .Member("text", line.text)
+        .EndObject();
 }
 
 void ConsoleApi::SendLimits(HttpRequest& request) {

@@ -1,15 +1,23 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "transfer/GuiTransferStatusAggregator.h"
+#include "ui/LogHistory.h"
+
 namespace Zarn {
 
+class ConsoleControlApi;
+class ConsoleEvents;
 class HttpRequest;
+class JsonWriter;
 class KorvelConfig;
 class KorvelServer;
-class LogHistory;
 
 // The owner's console interface under /api/v1/: answers in JSON, changes through
 // url-encoded forms, each change made through the registry that owns it, applied at once
@@ -23,7 +31,10 @@ public:
         std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     };
 
-    explicit ConsoleApi(Services services) : services_(services) {}
+    explicit ConsoleApi(Services services);
+    ~ConsoleApi();
+    ConsoleApi(const ConsoleApi&) = delete;
+    ConsoleApi& operator=(const ConsoleApi&) = delete;
 
     // Whether the endpoint changes something (and so must come as a checked POST).
     [[nodiscard]] static bool IsChange(std::string_view endpoint);
@@ -40,6 +51,14 @@ public:
 
     // "  1:02:03" for seconds left, "??:??:??" when it cannot be told.
     [[nodiscard]] static std::string TimeLeft(uint64_t total, uint64_t position, uint64_t speed);
+    // A whole decimal number within the bounds, or nothing.
+    [[nodiscard]] static std::optional<int64_t> ParseInteger(std::string_view text, int64_t low,
+                                                             int64_t high);
+    // One row of the transfer list, as the list and the event stream show it.
+    // One log line, as the log and the event stream show it.
+    static void WriteLogLine(JsonWriter& json, const LogHistory::Line& line);
+    static void WriteTransfer(JsonWriter& json,
+                              const GuiTransferStatusAggregator::Transfer& transfer);
 
 private:
     void SendStatus(HttpRequest& request);
@@ -50,6 +69,9 @@ private:
     void SetLimits(HttpRequest& request);
 
     Services services_;
+    // Both null without a server, a log and the settings.
+    std::unique_ptr<ConsoleEvents> events_;
+    std::unique_ptr<ConsoleControlApi> control_;
 };
 
 }  // namespace Zarn

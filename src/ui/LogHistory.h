@@ -25,6 +25,9 @@ public:
 
     explicit LogHistory(LogQueue& queue) : queue_(queue) {}
 
+    // The queue drained here, whose notifications say that lines wait.
+    [[nodiscard]] LogQueue& GetQueue() { return queue_; }
+
     // The kept lines with an id above `after`, oldest first, after taking in what the
     // queue holds.
     [[nodiscard]] std::vector<Line> LinesAfter(uint64_t after);
