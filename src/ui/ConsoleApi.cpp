@@ -11,6 +11,7 @@
 #include "i18n/Translate.h"
 #include "server/KorvelServer.h"
 #include "transfer/TransferStatusReporter.h"
+#include "ui/ConsoleTexts.h"
 #include "ui/LogHistory.h"
 
 namespace Zarn {
@@ -50,6 +51,7 @@ void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
     if (endpoint == "log") return SendLog(request);
     if (endpoint == "limits") return SendLimits(request);
     if (endpoint == "limits/set") return SetLimits(request);
+    if (endpoint == "texts") return SendJson(request, 200, "OK", ConsoleTexts::Json());
     SendError(request, 404, "Not Found", "", Translate("찾을 수 없습니다."));
 }
 
