@@ -15,6 +15,7 @@
 #include "ui/ConsoleControlApi.h"
 #include "ui/ConsoleEvents.h"
 #include "ui/ConsoleSharingApi.h"
+#include "ui/ConsoleTexts.h"
 #include "ui/LogHistory.h"
 
 namespace Zarn {
@@ -91,6 +92,7 @@ void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
     if (endpoint == "limits") return SendLimits(request);
     if (endpoint == "limits/set") return SetLimits(request);
     if (ConsoleSharingApi(*services_.config, *services_.server).Serve(request, endpoint)) return;
+    if (endpoint == "texts") return SendJson(request, 200, "OK", ConsoleTexts::Json());
     SendError(request, 404, "Not Found", "", Translate("찾을 수 없습니다."));
 }
 

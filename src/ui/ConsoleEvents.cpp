@@ -192,6 +192,8 @@ void ConsoleEvents::Stream(HttpRequest& request) {
     // The head waits for the first body bytes; these also tell the browser to come back
     // soon when the stream breaks.
     request.Send("retry: 2000\n\n");
+    // HEAD asks only whether the stream is there: it gets the head and nothing goes on.
+    if (request.IsHead()) return request.EndResponse();
 
     const ManualResetEvent* stop = request.GetTransferStatus().GetStopEvent();
     Clock::time_point last_sent = Clock::now();

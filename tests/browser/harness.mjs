@@ -16,7 +16,8 @@ export function check(condition, what) {
   if (!condition) throw new Error(`check failed: ${what}`);
 }
 
-// Starts the program on a free port; `port` resolves once it listens.
+// Starts the program on a free port; `port` resolves once it listens, `consoleUrl` to the
+// owner's console address when the program prints one (null if it exits first).
 function startProgram(home) {
   const child = spawn(process.env.LUMIDROP_BINARY, ["--home", home, "--port", "0"], {
     stdio: ["ignore", "pipe", "inherit"],
@@ -29,7 +30,14 @@ function startProgram(home) {
     });
     child.on("exit", (code) => reject(new Error(`program exited with ${code}`)));
   });
-  return { child, port };
+  const consoleUrl = new Promise((resolve) => {
+    lines.on("line", (line) => {
+      const match = /^Owner's console: (http:\/\/\S+)$/.exec(line);
+      if (match) resolve(match[1]);
+    });
+    child.on("exit", () => resolve(null));
+  });
+  return { child, port, consoleUrl };
 }
 
 // The program writes its settings as it stops, so its home folder may only go afterwards.
@@ -40,10 +48,10 @@ async function stopProgram(child) {
   await exited;
 }
 
-// Runs `steps({ page, base, port })` against the program started with `home`, then
-// removes `scratch` (which holds the home folder and the shared files) and exits.
+// Runs `steps({ page, base, port, consoleUrl })` against the program started with `home`,
+// then removes `scratch` (which holds the home folder and the shared files) and exits.
 export async function runBrowserTest({ home, scratch }, steps) {
-  const { child, port: portPromise } = startProgram(home);
+  const { child, port: portPromise, consoleUrl } = startProgram(home);
   let browser;
   let failed = false;
   try {
@@ -55,7 +63,7 @@ export async function runBrowserTest({ home, scratch }, steps) {
       failed = true;
       console.error(`page error: ${error.message}`);
     });
-    await steps({ page, base: `http://127.0.0.1:${port}`, port });
+    await steps({ page, base: `http://127.0.0.1:${port}`, port, consoleUrl });
   } catch (error) {
     failed = true;
     console.error(error);

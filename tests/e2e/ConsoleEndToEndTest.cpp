@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -178,6 +179,49 @@ TEST_F(ConsoleEndToEndTest, TheOwnerSeesAndKicksARunningDownloadAndReadsTheLog) 
     ASSERT_FALSE(last.empty());
     // A page that has seen every line asks for what came after it.
     EXPECT_EQ(Owner("/api/v1/log?after=" + last).body.find("kicked"), std::string::npos);
+}
+
+// The pages run under "default-src 'self'": whatever they need must be a file the console
+// itself serves, with the type a browser demands of a module, and their texts arrive
+// translated in the owner's language.
+TEST_F(ConsoleEndToEndTest, ThePagesLoadOnlyTheirOwnFilesAndGetTheirTextsTranslated) {
+    Start();
+    HttpResponse page = Owner("/");
+    ASSERT_EQ(page.status, 200);
+    EXPECT_EQ(page.Header("Content-Security-Policy").find("default-src 'self'"), 0u);
+    // An inline script or style would be blocked, and the view would silently not work.
+    EXPECT_EQ(page.body.find("<script>"), std::string::npos);
+    EXPECT_EQ(page.body.find(" style="), std::string::npos);
+    EXPECT_EQ(page.body.find("http"), std::string::npos);
+    EXPECT_NE(page.body.find("<script type=\"module\" src=\"console.js\">"), std::string::npos);
+    EXPECT_EQ(Owner("/console.css").Header("Content-Type"), "text/css; charset=utf-8");
+
+    std::vector<std::string> modules = {"console.js"};
+    for (size_t i = 0; i < modules.size(); ++i) {
+        HttpResponse module = Owner("/" + modules[i]);
+        ASSERT_EQ(module.status, 200) << modules[i];
+        EXPECT_EQ(module.Header("Content-Type"), "text/javascript; charset=utf-8");
+        const std::string from = "from \"./";
+        for (size_t at = module.body.find(from); at != std::string::npos;
+             at = module.body.find(from, at + 1)) {
+            size_t begin = at + from.size();
+            std::string name = module.body.substr(begin, module.body.find('"', begin) - begin);
+            if (std::find(modules.begin(), modules.end(), name) == modules.end()) {
+                modules.push_back(name);
+            }
+        }
+    }
+    EXPECT_GE(modules.size(), 8u);  // the entry, what views share, and one per view
+
+    HttpResponse texts = Owner("/api/v1/texts");
+    EXPECT_EQ(texts.status, 200);
+    EXPECT_EQ(texts.Header("Content-Type"), "application/json; charset=utf-8");
+    EXPECT_EQ(texts.body.front(), '{');
+    EXPECT_NE(texts.body.find("\"로그\":\"Log\""), std::string::npos) << texts.body;
+    EXPECT_NE(texts.body.find("\"끊기\":\"Kick\""), std::string::npos);
+    // Only the pages' own keys: the program's other texts are not handed out.
+    EXPECT_EQ(texts.body.find("찾을 수 없습니다."), std::string::npos);
+    EXPECT_EQ(Console("GET", "/api/v1/texts", host_).status, 403);
 }
 
 }  // namespace

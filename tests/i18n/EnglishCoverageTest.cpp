@@ -1,5 +1,6 @@
 // Keeps the shipped English translation honest: every text the code hands to the
-// localisation table must have an entry in res/Language/English.wul.
+// localisation table must have an entry in res/Language/English.wul, and every text the
+// console's pages name must be one the program hands them and one it can translate.
 
 #include <gtest/gtest.h>
 
@@ -79,33 +80,90 @@ void CollectLiterals(const std::string& text, std::set<std::string>& keys) {
     }
 }
 
+std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
 std::set<std::string> TranslatableLiterals() {
     std::set<std::string> keys;
     for (const auto& entry :
          std::filesystem::recursive_directory_iterator(LUMIDROP_SOURCE_DIR "/src")) {
         std::string extension = entry.path().extension().string();
         if (extension != ".cpp" && extension != ".h") continue;
-        std::ifstream in(entry.path());
-        std::stringstream source;
-        source << in.rdbuf();
-        CollectLiterals(source.str(), keys);
+        CollectLiterals(ReadFile(entry.path()), keys);
     }
     return keys;
 }
 
-TEST(EnglishCoverageTest, EveryTranslatableTextHasAnEnglishEntry) {
+// The keys the console's pages name: the first argument of T(...) in their scripts and
+// the value of data-t="..." in their markup.
+std::set<std::string> ConsolePageKeys() {
+    std::set<std::string> keys;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(LUMIDROP_SOURCE_DIR "/res/console")) {
+        std::string extension = entry.path().extension().string();
+        std::string text = ReadFile(entry.path());
+        if (extension == ".js") {
+            for (size_t at = text.find("T("); at != std::string::npos;
+                 at = text.find("T(", at + 1)) {
+                if (at > 0 && (IsIdentifierChar(text[at - 1]) || text[at - 1] == '.')) continue;
+                if (std::optional<std::string> literal = LiteralAt(text, at + 2))
+                    keys.insert(*literal);
+            }
+        } else if (extension == ".html") {
+            constexpr std::string_view kMarker = "data-t=\"";
+            for (size_t at = text.find(kMarker); at != std::string::npos;
+                 at = text.find(kMarker, at + 1)) {
+                size_t begin = at + kMarker.size();
+                keys.insert(text.substr(begin, text.find('"', begin) - begin));
+            }
+        }
+    }
+    return keys;
+}
+
+bool LoadEnglish(LocalizationStringTable& table) {
     std::optional<std::string_view> english = FindEmbeddedResource("Language/English.wul");
-    ASSERT_TRUE(english.has_value());
+    if (!english) return false;
     std::istringstream in{std::string(*english)};
     std::array<std::string, 3> descriptions;
-    ASSERT_TRUE(LocalizationStringTable::ReadHeader(in, descriptions));
-    LocalizationStringTable table;
-    ASSERT_TRUE(table.Load(in));
+    return LocalizationStringTable::ReadHeader(in, descriptions) && table.Load(in);
+}
 
+TEST(EnglishCoverageTest, EveryTranslatableTextHasAnEnglishEntry) {
+    LocalizationStringTable table;
+    ASSERT_TRUE(LoadEnglish(table));
     std::set<std::string> keys = TranslatableLiterals();
     ASSERT_FALSE(keys.empty());
     for (const std::string& key : keys) {
         EXPECT_NE(table.Lookup(key), key) << "English.wul lacks: \"" << key << "\"";
+    }
+}
+
+// The pages get their texts only through the embedded list, so a key missing from it shows
+// untranslated even when English.wul has it.
+TEST(EnglishCoverageTest, EveryTextOfTheConsolePagesIsListedAndTranslated) {
+    LocalizationStringTable table;
+    ASSERT_TRUE(LoadEnglish(table));
+    std::optional<std::string_view> list = FindEmbeddedResource("console/texts.txt");
+    ASSERT_TRUE(list.has_value());
+    std::set<std::string> listed;
+    for (size_t begin = 0; begin < list->size();) {
+        size_t end = std::min(list->find('\n', begin), list->size());
+        if (end > begin) listed.emplace(list->substr(begin, end - begin));
+        begin = end + 1;
+    }
+    for (const std::string& key : listed) {
+        EXPECT_NE(table.Lookup(key), key) << "English.wul lacks: \"" << key << "\"";
+    }
+
+    std::set<std::string> keys = ConsolePageKeys();
+    EXPECT_GT(keys.size(), 50u);
+    for (const std::string& key : keys) {
+        EXPECT_TRUE(listed.contains(key)) << "console/texts.txt lacks: \"" << key << "\"";
     }
 }
 

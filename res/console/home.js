@@ -1,0 +1,90 @@
+// Home: the address visitors use, whether the server listens, and how busy it is.
+
+import { T, getJson, guarded, isMissing, notify, post, showError } from "./api.js";
+
+const view = document.getElementById("view-home");
+let status = null;
+
+function uptimeText(seconds) {
+  const days = Math.floor(seconds / 86400);
+  const clock = [Math.floor(seconds / 3600) % 24, Math.floor(seconds / 60) % 60, seconds % 60]
+    .map((part) => String(part).padStart(2, "0"))
+    .join(":");
+  return days > 0 ? T("%s일 %s", days, clock) : clock;
+}
+
+// The program knows its host; visitors need the whole address, port included unless it
+// is HTTP's own.
+function visitorsAddress() {
+  return status.port === 80 ? `http://${status.address}/` : `http://${status.address}:${status.port}/`;
+}
+
+function render() {
+  const address = document.getElementById("home-address");
+  // A stopped server has no port; the address it had stays on show.
+  if (status.listening) {
+    address.textContent = visitorsAddress();
+    address.href = visitorsAddress();
+  }
+  const state = document.getElementById("home-state");
+  state.textContent = status.listening ? T("대기 중") : T("멈춤");
+  state.classList.toggle("is-on", status.listening);
+  document.getElementById("home-start").disabled = status.listening;
+  document.getElementById("home-stop").disabled = !status.listening;
+  const port = document.getElementById("home-port");
+  if (document.activeElement !== port && status.listening) port.value = status.port;
+  document.getElementById("home-transfers").textContent = status.transfers;
+  document.getElementById("home-connections").textContent = status.connections;
+  document.getElementById("home-uptime").textContent = uptimeText(status.uptimeSeconds);
+  document.getElementById("home-version").textContent = T(
+    "%s (리비전 %s)",
+    status.version,
+    status.revision,
+  );
+}
+
+export async function refresh() {
+  try {
+    status = await getJson("status");
+    render();
+  } catch (error) {
+    notify(error.message, true);
+  }
+}
+
+async function copyAddress() {
+  const address = document.getElementById("home-address").textContent;
+  try {
+    await navigator.clipboard.writeText(address);
+    notify(T("복사했습니다."));
+  } catch {
+    notify(T("복사하지 못했습니다. 주소를 직접 선택하세요."), true);
+  }
+}
+
+async function change(endpoint, fields = {}) {
+  try {
+    await post(endpoint, fields);
+  } catch (error) {
+    if (isMissing(error)) notify(T("이 기능은 이 빌드에 아직 없습니다."), true);
+    else throw error;
+  }
+  await refresh();
+}
+
+export function init() {
+  document.getElementById("home-copy").addEventListener("click", copyAddress);
+  document.getElementById("home-start").addEventListener("click", guarded(() => change("server/start")));
+  document.getElementById("home-stop").addEventListener("click", guarded(() => change("server/stop")));
+  const form = document.getElementById("home-port-form");
+  form.addEventListener("submit", (event) => {
+    event.preventDefault();
+    guarded(() => change("server/port", { port: form.elements.port.value }), form)();
+  });
+  // The counts change all the time; while Home is on screen they follow.
+  setInterval(() => {
+    if (!view.hidden) refresh();
+  }, 2000);
+}
+
+export const show = refresh;
