@@ -311,6 +311,8 @@ void HttpRequest::SendFileBytes(int socket, int file_fd, off_t position, uint64_
         if (sent == 0) throw std::runtime_error("The file ended before its length was sent");
         left -= static_cast<uint64_t>(sent);
         body_sent_ += static_cast<uint64_t>(sent);
+        // The owner's console shows where in the file the download stands.
+        status_.SetPosition(kDirectionDownload, static_cast<uint64_t>(position));
         status_.ReportTransferred(kDirectionDownload, static_cast<uint64_t>(sent));
     }
 }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "support/HttpClient.h"
@@ -132,6 +133,11 @@ TEST_F(ConsoleEndToEndTest, OnlyTheOwnerGetsInAndNothingChangesButThroughAChecke
     EXPECT_EQ(changed.status, 200) << changed.body;
     EXPECT_NE(changed.body.find("\"totalDownloadSpeedLimit\":123"), std::string::npos);
     EXPECT_NE(home_.Read("mount.ini").find("totalDownloadSpeedLimit=123"), std::string::npos);
+    // The next download keeps the new limit: 256 KiB at 123 KiB/s takes about 2 s.
+    share_.Write("quarter.bin", std::string(256 * 1024, 'q'));
+    auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(testing::Get(program_->Port(), "/docs/quarter.bin").body.size(), 256u * 1024);
+    EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(1500));
     HttpResponse bad = Change("/api/v1/limits/set", "downloadConnectionLimit=-5");
     EXPECT_EQ(bad.status, 400);
     EXPECT_NE(bad.body.find("\"field\":\"downloadConnectionLimit\""), std::string::npos);
@@ -166,6 +172,11 @@ TEST_F(ConsoleEndToEndTest, TheOwnerSeesAndKicksARunningDownloadAndReadsTheLog) 
         EXPECT_NE(transfers.body.find("\"client\":\"127.0.0.1\""), std::string::npos);
         id = found;
         return true;
+    }));
+    // Its row moves with the bytes that leave.
+    EXPECT_TRUE(WaitUntil([&] {
+        std::string position = NumberAfter(Owner("/api/v1/transfers").body, "\"position\":", false);
+        return !position.empty() && std::stoull(position) > 0;
     }));
     EXPECT_EQ(Change("/api/v1/transfers/kick", "id=" + id).status, 200);
     ASSERT_TRUE(WaitUntil([&] { return ended.load(); }));
