@@ -1,18 +1,13 @@
 #include "config/KorvelConfig.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 
 #include "core/FileContents.h"
 #include "core/PathUtil.h"
-#include "core/UniqueFd.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
 
@@ -20,12 +15,6 @@ namespace Zarn {
 namespace {
 
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
-
-// The rename is durable only once the folder's entry is on the disk too.
-void SyncFolder(const std::string& folder) {
-    UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd.IsValid()) ::fsync(fd.Get());
-}
 
 }  // namespace
 
@@ -101,19 +90,7 @@ bool KorvelConfig::Save() {
 
 bool KorvelConfig::WriteFile(const std::string& text) {
     if (settings_path_.empty()) return false;
-    std::string folder = FolderOf(settings_path_);
-    if (!MakeFolders(folder)) return false;
-    std::string temporary = settings_path_ + ".tmp";
-    UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!fd.IsValid()) return false;
-    bool written = WriteFully(fd.Get(), text) && ::fsync(fd.Get()) == 0;
-    fd.Reset();
-    if (!written || ::rename(temporary.c_str(), settings_path_.c_str()) != 0) {
-        ::unlink(temporary.c_str());
-        return false;
-    }
-    SyncFolder(folder);
-    return true;
+    return MakeFolders(FolderOf(settings_path_)) && WriteFileAtomically(settings_path_, text);
 }
 
 }  // namespace Zarn

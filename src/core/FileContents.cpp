@@ -1,10 +1,15 @@
 #include "core/FileContents.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
 #include <iterator>
+
+#include "core/PathUtil.h"
+#include "core/UniqueFd.h"
 
 namespace Zarn {
 
@@ -23,6 +28,24 @@ bool WriteFully(int fd, std::string_view bytes) {
         if (written <= 0) return false;
         bytes.remove_prefix(static_cast<size_t>(written));
     }
+    return true;
+}
+
+bool WriteFileAtomically(const std::string& path, std::string_view bytes, int mode) {
+    std::string temporary = path + ".tmp";
+    UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+    if (!fd.IsValid()) return false;
+    // An older temporary file may carry looser bits than asked for.
+    bool written = ::fchmod(fd.Get(), static_cast<mode_t>(mode)) == 0 &&
+                   WriteFully(fd.Get(), bytes) && ::fsync(fd.Get()) == 0;
+    fd.Reset();
+    if (!written || ::rename(temporary.c_str(), path.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+        return false;
+    }
+    // The rename is durable only once the folder's entry is on the disk too.
+    UniqueFd folder(::open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.IsValid()) ::fsync(folder.Get());
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "core/EmbeddedResources.h"
+#include "core/FileContents.h"
 #include "core/PathUtil.h"
 #include "core/StringUtil.h"
 #include "core/TekoFile.h"
@@ -140,14 +141,8 @@ void LocalizationStringTable::InstallShippedLanguages(const std::string& home) {
         std::string target = JoinPath(folder, name.substr(kPrefix.size()));
         if (TekoFile::GetFileSize(target) != TekoFile::kInvalidSize) continue;
         if (!MakeFolders(folder)) return;
-        // Written beside and renamed, so a half-written language file never appears.
-        std::string temporary = target + ".tmp";
-        {
-            std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-            out.write(resource.Bytes().data(), static_cast<std::streamsize>(resource.size));
-            if (!out.flush()) continue;
-        }
-        std::rename(temporary.c_str(), target.c_str());
+        // A half-written language file never appears.
+        (void)WriteFileAtomically(target, resource.Bytes());
     }
 }
 

@@ -128,7 +128,7 @@ void ConsoleAccountsApi::StorePassword(HttpRequest& request, const std::string& 
         return ConsoleApi::SendError(request, 400, "Bad Request", "password",
                                      Translate("값이 너무 깁니다."));
     }
-    if (!accounts_.SetAccount(name, password)) return ConsoleSharingApi::SendSaveFailure(request);
+    if (!accounts_.SetAccount(name, password)) return ConsoleApi::SendSaveFailure(request);
     SendAccount(request, name);
 }
 
@@ -139,7 +139,7 @@ void ConsoleAccountsApi::Rename(HttpRequest& request) {
     if (!CheckNewName(request, "newName", new_name)) return;
     if (!accounts_.RenameAccount(name, new_name)) {
         // Renamed but not saved, or the name taken meanwhile.
-        if (!accounts_.GetPassword(name)) return ConsoleSharingApi::SendSaveFailure(request);
+        if (!accounts_.GetPassword(name)) return ConsoleApi::SendSaveFailure(request);
         return ConsoleApi::SendError(request, 409, "Conflict", "newName",
                                      Translate("같은 이름의 계정이 이미 있습니다."));
     }
@@ -154,9 +154,9 @@ void ConsoleAccountsApi::Remove(HttpRequest& request) {
             return ConsoleApi::SendError(request, 404, "Not Found", "name",
                                          Translate("그런 계정이 없습니다."));
         }
-        return ConsoleSharingApi::SendSaveFailure(request);
+        return ConsoleApi::SendSaveFailure(request);
     }
-    ConsoleSharingApi::SendOk(request);
+    ConsoleApi::SendOk(request);
 }
 
 void ConsoleAccountsApi::SendRights(HttpRequest& request) {
@@ -209,7 +209,7 @@ void ConsoleAccountsApi::SetRights(HttpRequest& request) {
             return ConsoleApi::SendError(request, 404, "Not Found", "mount",
                                          Translate("그런 공유가 없습니다."));
         }
-        return ConsoleSharingApi::SendSaveFailure(request);
+        return ConsoleApi::SendSaveFailure(request);
     }
     JsonWriter json;
     json.BeginObject()

@@ -1,5 +1,6 @@
 #include "ui/ConsoleApi.h"
 
+#include <charconv>
 #include <cstdio>
 #include <optional>
 
@@ -63,16 +64,11 @@ ConsoleApi::~ConsoleApi() = default;
 
 std::optional<int64_t> ConsoleApi::ParseInteger(std::string_view text, int64_t low, int64_t high) {
     text = Trim(text);
-    bool negative = text.starts_with('-');
-    if (negative) text.remove_prefix(1);
-    if (text.empty() || text.size() > 18) return std::nullopt;
     int64_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return std::nullopt;
-        value = value * 10 + (c - '0');
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < low || value > high) {
+        return std::nullopt;
     }
-    if (negative) value = -value;
-    if (value < low || value > high) return std::nullopt;
     return value;
 }
 
@@ -114,6 +110,16 @@ void ConsoleApi::SendError(HttpRequest& request, int code, std::string_view reas
     json.BeginObject().Key("error").BeginObject();
     json.Member("field", field).Member("message", message).EndObject().EndObject();
     SendJson(request, code, reason, json.Text());
+}
+
+void ConsoleApi::SendOk(HttpRequest& request) {
+    SendJson(request, 200, "OK", "{\"ok\":true}");
+}
+
+void ConsoleApi::SendSaveFailure(HttpRequest& request) {
+    // The registry has the change already; only the file lags behind.
+    SendError(request, 500, "Internal Server Error", "",
+              Translate("설정 파일을 저장하지 못했습니다."));
 }
 
 std::string ConsoleApi::TimeLeft(uint64_t total, uint64_t position, uint64_t speed) {
@@ -179,16 +185,10 @@ void ConsoleApi::Kick(HttpRequest& request) {
     std::string id_text;
     (void)request.GetFormParameter("id", id_text);
     std::optional<int64_t> id = ParseInteger(id_text, 1, INT64_MAX);
-    // The id is only ever compared with the running transfers, never followed.
-    bool kicked = false;
-    if (id) {
-        for (const auto& transfer : services_.server->GetTransfers().Snapshot()) {
-            if (transfer.id != static_cast<uintptr_t>(*id)) continue;
-            kicked = services_.server->GetTransfers().Kick(
-                reinterpret_cast<TransferStatusReporter*>(transfer.id));
-        }
-    }
-    if (!kicked) {
+    // The aggregator only looks the id up among its running transfers; it is never
+    // followed as a pointer.
+    if (!id || !services_.server->GetTransfers().Kick(
+                   reinterpret_cast<TransferStatusReporter*>(static_cast<uintptr_t>(*id)))) {
         return SendError(request, 404, "Not Found", "id", Translate("그 전송은 이미 끝났습니다."));
     }
     SendJson(request, 200, "OK", "{\"kicked\":true}");
@@ -270,10 +270,7 @@ void ConsoleApi::SetLimits(HttpRequest& request) {
         saved = config.Save();
     }
     services_.server->ApplyLimits();
-    if (!saved) {
-        return SendError(request, 500, "Internal Server Error", "",
-                         Translate("설정 파일을 저장하지 못했습니다."));
-    }
+    if (!saved) return SendSaveFailure(request);
     SendLimits(request);
 }
 

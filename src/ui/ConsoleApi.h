@@ -49,6 +49,11 @@ public:
     static void SendError(HttpRequest& request, int code, std::string_view reason,
                           std::string_view field, const std::string& message);
 
+    // {"ok":true}, for a change that has nothing more to tell.
+    static void SendOk(HttpRequest& request);
+    // The change is made, but the settings file could not be written.
+    static void SendSaveFailure(HttpRequest& request);
+
     // "  1:02:03" for seconds left, "??:??:??" when it cannot be told.
     [[nodiscard]] static std::string TimeLeft(uint64_t total, uint64_t position, uint64_t speed);
     // A whole decimal number within the bounds, or nothing.

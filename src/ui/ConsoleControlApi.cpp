@@ -29,11 +29,6 @@ void SendBadValue(HttpRequest& request, std::string_view field) {
     ConsoleApi::SendError(request, 400, "Bad Request", field, Translate("값이 올바르지 않습니다."));
 }
 
-void SendNotSaved(HttpRequest& request) {
-    ConsoleApi::SendError(request, 500, "Internal Server Error", "",
-                          Translate("설정 파일을 저장하지 못했습니다."));
-}
-
 void SendCannotListen(HttpRequest& request) {
     std::string reason = ErrorText(LastSocketError());
     ConsoleApi::SendError(request, 409, "Conflict", "port",
@@ -107,8 +102,8 @@ bool ConsoleControlApi::Serve(HttpRequest& request, std::string_view endpoint) {
     }
     if (!IsChange(endpoint)) return false;
     std::lock_guard hold(change_mutex_);
-    if (endpoint == "ipfilter/add") AddRule(request);
-    if (endpoint == "ipfilter/edit") EditRule(request);
+    if (endpoint == "ipfilter/add") PutRule(request, false);
+    if (endpoint == "ipfilter/edit") PutRule(request, true);
     if (endpoint == "ipfilter/remove") RemoveRule(request);
     if (endpoint == "ipfilter/move") MoveRule(request);
     if (endpoint == "server/start") StartServer(request);
@@ -126,27 +121,19 @@ void ConsoleControlApi::SendRules(HttpRequest& request) {
     ConsoleApi::SendJson(request, 200, "OK", json.Text());
 }
 
-void ConsoleControlApi::AddRule(HttpRequest& request) {
-    IpFilter& filter = server_.GetIpFilter();
-    std::optional<IpFilterRule> rule = RuleFromForm(request);
-    if (!rule || RefuseDuplicate(request, filter, *rule, std::nullopt)) return;
-    std::vector<IpFilterRule> rules = filter.GetRules();
-    rules.push_back(*rule);
-    if (!filter.SetRules(std::move(rules))) return SendNotSaved(request);
-    JsonWriter json;
-    WriteRule(json, *rule);
-    ConsoleApi::SendJson(request, 200, "OK", json.Text());
-}
-
-void ConsoleControlApi::EditRule(HttpRequest& request) {
+void ConsoleControlApi::PutRule(HttpRequest& request, bool replace) {
     IpFilter& filter = server_.GetIpFilter();
     std::vector<IpFilterRule> rules = filter.GetRules();
-    std::optional<size_t> index = IndexFromForm(request, rules.size());
-    if (!index) return;
+    std::optional<size_t> index;
+    if (replace && !(index = IndexFromForm(request, rules.size()))) return;
     std::optional<IpFilterRule> rule = RuleFromForm(request);
     if (!rule || RefuseDuplicate(request, filter, *rule, index)) return;
-    rules[*index] = *rule;
-    if (!filter.SetRules(std::move(rules))) return SendNotSaved(request);
+    if (index) {
+        rules[*index] = *rule;
+    } else {
+        rules.push_back(*rule);
+    }
+    if (!filter.SetRules(std::move(rules))) return ConsoleApi::SendSaveFailure(request);
     JsonWriter json;
     WriteRule(json, *rule);
     ConsoleApi::SendJson(request, 200, "OK", json.Text());
@@ -158,8 +145,8 @@ void ConsoleControlApi::RemoveRule(HttpRequest& request) {
     std::optional<size_t> index = IndexFromForm(request, rules.size());
     if (!index) return;
     rules.erase(rules.begin() + static_cast<std::ptrdiff_t>(*index));
-    if (!filter.SetRules(std::move(rules))) return SendNotSaved(request);
-    ConsoleApi::SendJson(request, 200, "OK", "{\"ok\":true}");
+    if (!filter.SetRules(std::move(rules))) return ConsoleApi::SendSaveFailure(request);
+    ConsoleApi::SendOk(request);
 }
 
 void ConsoleControlApi::MoveRule(HttpRequest& request) {
@@ -176,8 +163,8 @@ void ConsoleControlApi::MoveRule(HttpRequest& request) {
                                      Translate("규칙을 더 옮길 수 없습니다."));
     }
     std::swap(rules[*index], rules[up ? *index - 1 : *index + 1]);
-    if (!filter.SetRules(std::move(rules))) return SendNotSaved(request);
-    ConsoleApi::SendJson(request, 200, "OK", "{\"ok\":true}");
+    if (!filter.SetRules(std::move(rules))) return ConsoleApi::SendSaveFailure(request);
+    ConsoleApi::SendOk(request);
 }
 
 int ConsoleControlApi::ChosenPort() {
@@ -222,7 +209,7 @@ void ConsoleControlApi::ChangePort(HttpRequest& request) {
         config_.port = static_cast<unsigned short>(*port);
         saved = config_.Save();
     }
-    if (!saved) return SendNotSaved(request);
+    if (!saved) return ConsoleApi::SendSaveFailure(request);
     SendListener(request);
 }
 

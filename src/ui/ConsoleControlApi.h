@@ -25,8 +25,8 @@ public:
 
 private:
     void SendRules(HttpRequest& request);
-    void AddRule(HttpRequest& request);
-    void EditRule(HttpRequest& request);
+    // Adds the form's rule at the end, or with `replace` puts it at the form's index.
+    void PutRule(HttpRequest& request, bool replace);
     void RemoveRule(HttpRequest& request);
     void MoveRule(HttpRequest& request);
     void StartServer(HttpRequest& request);

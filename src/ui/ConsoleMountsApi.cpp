@@ -147,7 +147,7 @@ void ConsoleMountsApi::Add(HttpRequest& request) {
             return ConsoleApi::SendError(request, 409, "Conflict", "name",
                                          Translate("같은 이름의 공유가 이미 있습니다."));
         }
-        return ConsoleSharingApi::SendSaveFailure(request);
+        return ConsoleApi::SendSaveFailure(request);
     }
     // Grants the settings file kept for a mount of this name apply now, as they would
     // after a restart.
@@ -171,7 +171,7 @@ void ConsoleMountsApi::Edit(HttpRequest& request) {
     }
     // The grants in the file name the mount; the registry keeps them by identifier.
     if (mount->name != original) saved = accounts_.Save() && saved;
-    if (!saved) return ConsoleSharingApi::SendSaveFailure(request);
+    if (!saved) return ConsoleApi::SendSaveFailure(request);
     SendMount(request, mount->name);
 }
 
@@ -182,12 +182,12 @@ void ConsoleMountsApi::Remove(HttpRequest& request) {
             return ConsoleApi::SendError(request, 404, "Not Found", "name",
                                          Translate("그런 공유가 없습니다."));
         }
-        return ConsoleSharingApi::SendSaveFailure(request);
+        return ConsoleApi::SendSaveFailure(request);
     }
     // Drops the removed mount's grants from the file, so that a later mount of the same
     // name does not inherit them.
-    if (!accounts_.Save()) return ConsoleSharingApi::SendSaveFailure(request);
-    ConsoleSharingApi::SendOk(request);
+    if (!accounts_.Save()) return ConsoleApi::SendSaveFailure(request);
+    ConsoleApi::SendOk(request);
 }
 
 void ConsoleMountsApi::SendFolder(HttpRequest& request) {

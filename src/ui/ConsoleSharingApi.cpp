@@ -81,14 +81,4 @@ bool ConsoleSharingApi::ReadSwitch(HttpRequest& request, const std::string& name
     return true;
 }
 
-void ConsoleSharingApi::SendOk(HttpRequest& request) {
-    ConsoleApi::SendJson(request, 200, "OK", "{\"ok\":true}");
-}
-
-void ConsoleSharingApi::SendSaveFailure(HttpRequest& request) {
-    // The registry has the change already; only the file lags behind.
-    ConsoleApi::SendError(request, 500, "Internal Server Error", "",
-                          Translate("설정 파일을 저장하지 못했습니다."));
-}
-
 }  // namespace Zarn

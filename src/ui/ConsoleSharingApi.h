@@ -32,8 +32,6 @@ public:
     // "1" or "0"; the fallback when the field was not sent; nothing for anything else.
     [[nodiscard]] static bool ReadSwitch(HttpRequest& request, const std::string& name,
                                          bool fallback, bool& value);
-    static void SendOk(HttpRequest& request);
-    static void SendSaveFailure(HttpRequest& request);
 
 private:
     KorvelConfig& config_;

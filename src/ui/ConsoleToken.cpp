@@ -1,14 +1,11 @@
 #include "ui/ConsoleToken.h"
 
-#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "core/FileContents.h"
 #include "core/PathUtil.h"
 #include "core/StringUtil.h"
-#include "core/UniqueFd.h"
 
 namespace Zarn {
 namespace {
@@ -32,22 +29,6 @@ std::optional<std::string> RandomToken() {
     return token;
 }
 
-// Written beside the final name and renamed over it, so a reader never sees half a token.
-bool Save(const std::string& path, const std::string& token) {
-    std::string temporary = path + ".new";
-    (void)::unlink(temporary.c_str());
-    UniqueFd file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!file.IsValid()) return false;
-    std::string line = token + "\n";
-    bool written =
-        ::write(file.Get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
-    if (!written || ::fsync(file.Get()) != 0) {
-        (void)::unlink(temporary.c_str());
-        return false;
-    }
-    return ::rename(temporary.c_str(), path.c_str()) == 0;
-}
-
 }  // namespace
 
 bool ConsoleToken::IsWellFormed(std::string_view text) {
@@ -69,7 +50,8 @@ std::optional<std::string> ConsoleToken::LoadOrCreate(const std::string& home) {
         }
     }
     std::optional<std::string> token = RandomToken();
-    if (!token || !Save(path, *token)) return std::nullopt;
+    // Whoever can read it can act as the owner: it is the owner's alone from the start.
+    if (!token || !WriteFileAtomically(path, *token + "\n", 0600)) return std::nullopt;
     return token;
 }
 
