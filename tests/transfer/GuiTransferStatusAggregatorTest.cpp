@@ -136,49 +136,27 @@ TEST_F(GuiTransferStatusAggregatorTest, NotifiesWithoutHoldingItsLock) {
     EXPECT_TRUE(read_during_notification);
 }
 
-TEST_F(GuiTransferStatusAggregatorTest, KickedTransferEndsAtItsNextReport) {
-    TransferStatusReporter transfer(aggregator_);
-    EXPECT_FALSE(aggregator_.Kick(&transfer));  // not known until it reports
-    transfer.ReportTransferred(kDirectionDownload, 10);
-    EXPECT_TRUE(aggregator_.Kick(&transfer));
-    transfer.SetPosition(kDirectionDownload, 10);  // figures may still be set
-    try {
-        transfer.ReportTransferred(kDirectionDownload, 10);
-        ADD_FAILURE() << "a kicked transfer went on";
-    } catch (const TransferKickedException& kicked) {
-        EXPECT_STREQ(kicked.what(), "Connection was kicked.");
-    }
-    now_ms_ += 100;
-    // The refused chunk is not counted.
-    EXPECT_EQ(transfer.GetSpeed(kDirectionDownload), 10u * 1000 / 100);
-}
-
-TEST_F(GuiTransferStatusAggregatorTest, SnapshotListsRunningTransfersInStartOrder) {
+// What the console shows of each transfer is left to its end-to-end test; here, the order,
+// the kick and the questions that may still come about a transfer that has ended.
+TEST_F(GuiTransferStatusAggregatorTest, KicksAndListsRunningTransfersInStartOrder) {
     auto first = std::make_unique<TransferStatusReporter>(aggregator_);
     TransferStatusReporter second(aggregator_);
-    second.SetTarget("/share/b.iso");
-    second.SetClientAddress("10.0.0.2");
-    second.SetUserName("bob");
-    second.SetTotalSize(kDirectionUpload, 4000);
-    second.SetPosition(kDirectionUpload, 1000);
+    EXPECT_FALSE(aggregator_.Kick(&second));  // not known until it reports
     second.ReportTransferred(kDirectionUpload, 1000);
     first->ReportTransferred(kDirectionDownload, 5);
     now_ms_ += 500;
     second.ReportTransferred(kDirectionUpload, 1000);
-
     auto transfers = aggregator_.Snapshot();
     ASSERT_EQ(transfers.size(), 2u);
     EXPECT_EQ(transfers[0].id, reinterpret_cast<uintptr_t>(&second));
-    const TransferDescription& seen = transfers[0].description;
-    EXPECT_EQ(seen.target + " " + seen.client_address + " " + seen.user_name,
-              "/share/b.iso 10.0.0.2 bob");
-    EXPECT_EQ(transfers[0].kind, kDirectionUpload);
-    EXPECT_EQ(transfers[0].upload.total_size, 4000u);
-    EXPECT_EQ(transfers[0].upload.position, 1000u);
     EXPECT_EQ(transfers[0].upload.speed, 2000u * 1000 / 500);
-    EXPECT_EQ(transfers[0].download.speed, 0u);
     EXPECT_EQ(transfers[1].id, reinterpret_cast<uintptr_t>(first.get()));
-    EXPECT_FALSE(transfers[1].kind.has_value());
+
+    EXPECT_TRUE(aggregator_.Kick(&second));
+    second.SetPosition(kDirectionUpload, 10);  // figures may still be set
+    EXPECT_THROW(second.ReportTransferred(kDirectionUpload, 1000), TransferKickedException);
+    now_ms_ += 500;
+    EXPECT_EQ(second.GetSpeed(kDirectionUpload), 2000u * 1000 / 1000);  // the refused chunk
 
     first.reset();
     // Questions about a transfer that has ended answer as for one that never moved.
