@@ -23,20 +23,18 @@ function startProgram(home) {
     stdio: ["ignore", "pipe", "inherit"],
   });
   const lines = readline.createInterface({ input: child.stdout });
-  const port = new Promise((resolve, reject) => {
-    lines.on("line", (line) => {
-      const match = /listening on http:\/\/[^:]+:(\d+)\//.exec(line);
-      if (match) resolve(Number(match[1]));
+  const awaitLine = (pattern, onExit) =>
+    new Promise((resolve, reject) => {
+      lines.on("line", (line) => {
+        const match = pattern.exec(line);
+        if (match) resolve(match[1]);
+      });
+      child.on("exit", (code) => onExit(resolve, reject, code));
     });
-    child.on("exit", (code) => reject(new Error(`program exited with ${code}`)));
-  });
-  const consoleUrl = new Promise((resolve) => {
-    lines.on("line", (line) => {
-      const match = /^Owner's console: (http:\/\/\S+)$/.exec(line);
-      if (match) resolve(match[1]);
-    });
-    child.on("exit", () => resolve(null));
-  });
+  const port = awaitLine(/listening on http:\/\/[^:]+:(\d+)\//, (_, reject, code) =>
+    reject(new Error(`program exited with ${code}`)),
+  ).then(Number);
+  const consoleUrl = awaitLine(/^Owner's console: (http:\/\/\S+)$/, (resolve) => resolve(null));
   return { child, port, consoleUrl };
 }
 

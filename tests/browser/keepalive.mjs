@@ -1,12 +1,8 @@
 // Keep-alive as a browser lives it: headless Debian Chromium, driven by playwright-core,
-// opens a listing of twenty files against the real program. The page and everything it
-// pulls from its skin (style sheet, scripts, icons) must travel over a few kept-alive
-// connections, not one each, and a reload must take the skin files from the cache or
-// revalidate them (304) rather than fetch them again.
-//
-// Connections are counted on both ends: Chromium's own connection ids (DevTools protocol)
-// and the server's sockets on the port in /proc/net/tcp, so that neither side's view can
-// hide a connection closed after each answer.
+// opens a listing of twenty files against the real program. The page and its skin files
+// must travel over a few kept-alive connections, not one each, counted on both ends
+// (Chromium's connection ids and the server's sockets in /proc/net/tcp), and a reload must
+// take the skin files from the cache or revalidate them (304), not fetch them again.
 //
 // Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshot
 // goes).
@@ -21,20 +17,15 @@ const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
 // What a browser may open to one host over HTTP/1.1.
 const maxConnectionsPerHost = 6;
 
-// The server's ends of TCP connections on the port, open or closed by the server (its
-// TIME_WAIT): the connections it accepted that still leave a trace. The listening socket is
-// left out.
+// The server's ends of TCP connections on the port, open or in TIME_WAIT (closed by the
+// server): the connections it accepted that still leave a trace. "0A" is a listening socket.
 function serverSideConnections(port) {
   const portHex = port.toString(16).toUpperCase().padStart(4, "0");
-  const listening = "0A";
   let count = 0;
-  for (const table of ["/proc/net/tcp", "/proc/net/tcp6"]) {
-    if (!fs.existsSync(table)) continue;
+  for (const table of ["/proc/net/tcp", "/proc/net/tcp6"].filter(fs.existsSync)) {
     for (const row of fs.readFileSync(table, "utf8").split("\n").slice(1)) {
-      const fields = row.trim().split(/\s+/);
-      if (fields.length < 4) continue;
-      const [, local, , state] = fields;
-      if (local.endsWith(`:${portHex}`) && state !== listening) count += 1;
+      const [, local, , state] = row.trim().split(/\s+/);
+      if (local?.endsWith(`:${portHex}`) && state !== "0A") count += 1;
     }
   }
   return count;
@@ -47,16 +38,9 @@ async function recordNetwork(page) {
   const cdp = await page.context().newCDPSession(page);
   await cdp.send("Network.enable");
   const record = new Map();
-  const entry = (id) => {
-    if (!record.has(id)) record.set(id, { fromCache: false });
-    return record.get(id);
-  };
-  cdp.on("Network.requestWillBeSent", ({ requestId, request }) => {
-    entry(requestId).url = request.url;
-  });
-  cdp.on("Network.requestServedFromCache", ({ requestId }) => {
-    entry(requestId).fromCache = true;
-  });
+  const entry = (id) => record.get(id) ?? record.set(id, { fromCache: false }).get(id);
+  cdp.on("Network.requestWillBeSent", ({ requestId, request }) => (entry(requestId).url = request.url));
+  cdp.on("Network.requestServedFromCache", ({ requestId }) => (entry(requestId).fromCache = true));
   cdp.on("Network.responseReceived", ({ requestId, response }) => {
     const seen = entry(requestId);
     seen.status = response.status;
@@ -103,10 +87,6 @@ await runBrowserTest({ home, scratch }, async ({ page, base, port }) => {
   check(skinFiles.some((seen) => /\.(gif|png)\?action=SkinFile$/.test(seen.url)), "icons");
   const connections = new Set(first.map((seen) => seen.connectionId));
   const serverSide = serverSideConnections(port);
-  console.log(
-    `first load: ${first.length} requests over ${connections.size} connections ` +
-      `(the server saw ${serverSide})`,
-  );
   check(first.length >= 8, `the page pulled its skin files: ${first.length} requests`);
   check(connections.size < first.length, "some connection carried more than one request");
   check(connections.size <= maxConnectionsPerHost, `${connections.size} connections`);
@@ -122,11 +102,6 @@ await runBrowserTest({ home, scratch }, async ({ page, base, port }) => {
   check(refetched.length === 0, `skin files fetched again: ${JSON.stringify(refetched)}`);
   const listing = second.find((seen) => seen.url === `${base}/files/`);
   check(listing?.wireStatus === 200, "the listing itself is fetched again");
-  const cached = skinAgain.filter((seen) => seen.fromCache).length;
-  console.log(
-    `reload: ${skinAgain.length} skin files, ${cached} from the cache, ` +
-      `${skinAgain.length - cached} revalidated`,
-  );
   check(serverSideConnections(port) <= maxConnectionsPerHost, "the reload kept the connections");
 
   // Told not to trust its cache, the browser asks with the ETag it kept and gets 304.

@@ -53,16 +53,11 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   await page.fill("#lumi-folder-name", "From the browser");
   await Promise.all([page.waitForURL(`${base}/demo/`), page.click("form.mkdir-form button")]);
   check(fs.statSync(path.join(share, "From the browser")).isDirectory(), "folder created");
-  check(
-    (await page.locator("tbody.entries tr.folder .entry-name", { hasText: "From the browser" }).count()) === 1,
-    "new folder listed",
-  );
+  const named = (row, name) => page.locator(`tbody.entries ${row} .entry-name`, { hasText: name });
+  check((await named("tr.folder", "From the browser").count()) === 1, "new folder listed");
 
   // Two files through the form, followed to the end by the progress display.
-  await page.setInputFiles("#lumi-upload-files", [
-    path.join(picks, "big-picture.bin"),
-    path.join(picks, "note.txt"),
-  ]);
+  await page.setInputFiles("#lumi-upload-files", ["big-picture.bin", "note.txt"].map((n) => path.join(picks, n)));
   await page.click("form.upload-form button[type=submit]");
   await page.waitForFunction(() =>
     /KB \/ [0-9,]+ KB/.test(document.querySelector("form.upload-form .progress-status").textContent),
@@ -75,15 +70,9 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   check(asked.some((url) => url.includes("action=UploadStatus&key=")), "progress page polled");
 
   // The end link brings the listing back up to date.
-  await Promise.all([
-    page.waitForEvent("load"),
-    page.click("form.upload-form .progress-status a"),
-  ]);
+  await Promise.all([page.waitForEvent("load"), page.click("form.upload-form .progress-status a")]);
   for (const name of ["big-picture.bin", "note.txt"]) {
-    check(
-      (await page.locator("tbody.entries .entry-name", { hasText: name }).count()) === 1,
-      `${name} listed`,
-    );
+    check((await named("tr", name).count()) === 1, `${name} listed`);
   }
   check(fs.readdirSync(share).every((name) => !name.endsWith(".LUMIDROP")), "no temporary file");
 

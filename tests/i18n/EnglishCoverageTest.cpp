@@ -17,19 +17,6 @@
 namespace Zarn {
 namespace {
 
-std::string UnescapeLiteral(const std::string& literal) {
-    std::string text;
-    for (size_t i = 0; i < literal.size(); ++i) {
-        if (literal[i] == '\\' && i + 1 < literal.size()) {
-            char next = literal[++i];
-            text += next == 'n' ? '\n' : next == 't' ? '\t' : next;
-        } else {
-            text += literal[i];
-        }
-    }
-    return text;
-}
-
 bool IsIdentifierChar(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
 }
@@ -39,44 +26,34 @@ bool IsIdentifierChar(char c) {
 std::optional<std::string> LiteralAt(const std::string& text, size_t position) {
     std::optional<std::string> joined;
     for (;;) {
-        while (position < text.size() && std::isspace(static_cast<unsigned char>(text[position]))) {
+        while (position < text.size() && std::isspace(static_cast<unsigned char>(text[position])))
             ++position;
-        }
         if (position >= text.size() || text[position] != '"') return joined;
         std::string literal;
         size_t i = position + 1;
         for (; i < text.size() && text[i] != '"'; ++i) {
-            if (text[i] == '\\' && i + 1 < text.size()) literal += text[i++];
-            literal += text[i];
+            if (text[i] == '\\' && i + 1 < text.size()) {
+                char next = text[++i];
+                literal += next == 'n' ? '\n' : next == 't' ? '\t' : next;
+            } else {
+                literal += text[i];
+            }
         }
         if (i >= text.size()) return joined;
-        joined = joined.value_or("") + UnescapeLiteral(literal);
+        joined = joined.value_or("") + literal;
         position = i + 1;
     }
 }
 
-// Every literal passed to Translate, TranslateFormat, FormatTranslated or TranslationKey as
-// the first argument, or to LogTranslated as the second.
-void CollectLiterals(const std::string& text, std::set<std::string>& keys) {
-    struct Marker {
-        std::string_view name;
-        bool after_first_argument;
-    };
-    const Marker markers[] = {{"Translate(", false},
-                              {"TranslateFormat(", false},
-                              {"FormatTranslated(", false},
-                              {"TranslationKey(", false},
-                              {"LogTranslated(", true}};
-    for (const Marker& marker : markers) {
-        for (size_t at = text.find(marker.name); at != std::string::npos;
-             at = text.find(marker.name, at + 1)) {
-            if (at > 0 && IsIdentifierChar(text[at - 1])) continue;
-            size_t position = at + marker.name.size();
-            if (marker.after_first_argument) position = text.find(',', position) + 1;
-            if (std::optional<std::string> literal = LiteralAt(text, position)) {
-                keys.insert(*literal);
-            }
-        }
+// The literal after each call of `name` that stands on its own (not the tail of another
+// identifier or a member), after its first argument when `skip_argument` says so.
+void CollectCalls(const std::string& text, std::string_view name, bool skip_argument,
+                  std::set<std::string>& keys) {
+    for (size_t at = text.find(name); at != std::string::npos; at = text.find(name, at + 1)) {
+        if (at > 0 && (IsIdentifierChar(text[at - 1]) || text[at - 1] == '.')) continue;
+        size_t position = at + name.size();
+        if (skip_argument) position = text.find(',', position) + 1;
+        if (std::optional<std::string> literal = LiteralAt(text, position)) keys.insert(*literal);
     }
 }
 
@@ -87,84 +64,56 @@ std::string ReadFile(const std::filesystem::path& path) {
     return text.str();
 }
 
-std::set<std::string> TranslatableLiterals() {
-    std::set<std::string> keys;
+// The pages get their texts only through the embedded list, so a key missing from it shows
+// untranslated even when English.wul has it.
+TEST(EnglishCoverageTest, EveryTextOfTheCodeAndTheConsolePagesIsTranslated) {
+    std::optional<std::string_view> english = FindEmbeddedResource("Language/English.wul");
+    ASSERT_TRUE(english.has_value());
+    std::istringstream in{std::string(*english)};
+    std::array<std::string, 3> descriptions;
+    LocalizationStringTable table;
+    ASSERT_TRUE(LocalizationStringTable::ReadHeader(in, descriptions) && table.Load(in));
+
+    std::set<std::string> code_keys;
     for (const auto& entry :
          std::filesystem::recursive_directory_iterator(LUMIDROP_SOURCE_DIR "/src")) {
         std::string extension = entry.path().extension().string();
         if (extension != ".cpp" && extension != ".h") continue;
-        CollectLiterals(ReadFile(entry.path()), keys);
-    }
-    return keys;
-}
-
-// The keys the console's pages name: the first argument of T(...) in their scripts and
-// the value of data-t="..." in their markup.
-std::set<std::string> ConsolePageKeys() {
-    std::set<std::string> keys;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(LUMIDROP_SOURCE_DIR "/res/console")) {
-        std::string extension = entry.path().extension().string();
         std::string text = ReadFile(entry.path());
-        if (extension == ".js") {
-            for (size_t at = text.find("T("); at != std::string::npos;
-                 at = text.find("T(", at + 1)) {
-                if (at > 0 && (IsIdentifierChar(text[at - 1]) || text[at - 1] == '.')) continue;
-                if (std::optional<std::string> literal = LiteralAt(text, at + 2))
-                    keys.insert(*literal);
-            }
-        } else if (extension == ".html") {
-            constexpr std::string_view kMarker = "data-t=\"";
-            for (size_t at = text.find(kMarker); at != std::string::npos;
-                 at = text.find(kMarker, at + 1)) {
-                size_t begin = at + kMarker.size();
-                keys.insert(text.substr(begin, text.find('"', begin) - begin));
-            }
+        for (std::string_view call :
+             {"Translate(", "TranslateFormat(", "FormatTranslated(", "TranslationKey("}) {
+            CollectCalls(text, call, false, code_keys);
         }
+        CollectCalls(text, "LogTranslated(", true, code_keys);
     }
-    return keys;
-}
+    ASSERT_FALSE(code_keys.empty());
 
-bool LoadEnglish(LocalizationStringTable& table) {
-    std::optional<std::string_view> english = FindEmbeddedResource("Language/English.wul");
-    if (!english) return false;
-    std::istringstream in{std::string(*english)};
-    std::array<std::string, 3> descriptions;
-    return LocalizationStringTable::ReadHeader(in, descriptions) && table.Load(in);
-}
-
-TEST(EnglishCoverageTest, EveryTranslatableTextHasAnEnglishEntry) {
-    LocalizationStringTable table;
-    ASSERT_TRUE(LoadEnglish(table));
-    std::set<std::string> keys = TranslatableLiterals();
-    ASSERT_FALSE(keys.empty());
-    for (const std::string& key : keys) {
-        EXPECT_NE(table.Lookup(key), key) << "English.wul lacks: \"" << key << "\"";
-    }
-}
-
-// The pages get their texts only through the embedded list, so a key missing from it shows
-// untranslated even when English.wul has it.
-TEST(EnglishCoverageTest, EveryTextOfTheConsolePagesIsListedAndTranslated) {
-    LocalizationStringTable table;
-    ASSERT_TRUE(LoadEnglish(table));
     std::optional<std::string_view> list = FindEmbeddedResource("console/texts.txt");
     ASSERT_TRUE(list.has_value());
     std::set<std::string> listed;
-    for (size_t begin = 0; begin < list->size();) {
-        size_t end = std::min(list->find('\n', begin), list->size());
-        if (end > begin) listed.emplace(list->substr(begin, end - begin));
-        begin = end + 1;
-    }
-    for (const std::string& key : listed) {
-        EXPECT_NE(table.Lookup(key), key) << "English.wul lacks: \"" << key << "\"";
+    std::istringstream lines{std::string(*list)};
+    for (std::string line; std::getline(lines, line);)
+        if (!line.empty()) listed.insert(line);
+    for (const std::set<std::string>* keys : {&code_keys, &listed}) {
+        for (const std::string& key : *keys)
+            EXPECT_NE(table.Lookup(key), key) << "English.wul lacks: \"" << key << "\"";
     }
 
-    std::set<std::string> keys = ConsolePageKeys();
-    EXPECT_GT(keys.size(), 50u);
-    for (const std::string& key : keys) {
-        EXPECT_TRUE(listed.contains(key)) << "console/texts.txt lacks: \"" << key << "\"";
+    // The console's pages name their texts as T("...") in scripts and data-t="..." in markup.
+    std::set<std::string> page_keys;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(LUMIDROP_SOURCE_DIR "/res/console")) {
+        std::string text = ReadFile(entry.path());
+        if (entry.path().extension() == ".js") CollectCalls(text, "T(", false, page_keys);
+        if (entry.path().extension() != ".html") continue;
+        for (size_t at = text.find("data-t=\""); at != std::string::npos;
+             at = text.find("data-t=\"", at + 1)) {
+            page_keys.insert(text.substr(at + 8, text.find('"', at + 8) - at - 8));
+        }
     }
+    EXPECT_GT(page_keys.size(), 50u);
+    for (const std::string& key : page_keys)
+        EXPECT_TRUE(listed.contains(key)) << "console/texts.txt lacks: \"" << key << "\"";
 }
 
 }  // namespace

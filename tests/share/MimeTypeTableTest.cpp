@@ -16,29 +16,16 @@ TEST(MimeTypeTableTest, BuiltInTableAnswersByLastExtension) {
     MimeTypeTable table;
     table.LoadFromHome(home.Path());
     EXPECT_TRUE(capture.Contains(kLogNotice, "내장 mime-type.txt를 로드함.."));
-    struct Case {
-        const char* file_name;
-        const char* type;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"a.JPG", "image/jpeg"},
-        {"a.jpg", "image/jpeg"},
         {"archive.tar.gz", "application/x-gzip"},
         {"README", "application/octet-stream"},
-        {"song.mp3", "audio/mpeg3"},
-        {"clip.qt", "video/quicktime"},
-        {"page.htm", "text/html"},
-        {"data.xml", "text/xml"},
         {"report.xlsx", "application/vnd.openxmlformats"},
-        {"picture.bmp", "image/x-MS-bmp"},
         {"dir/sub.dir/noext", "application/octet-stream"},
         {"weird.", "application/octet-stream"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.file_name);
-        EXPECT_EQ(table.LookupFileName(c.file_name), c.type);
-    }
-    EXPECT_EQ(table.Lookup("tar.gz"), "application/x-gzip");  // kept, though never asked
+    for (const auto& [file_name, type] : cases)
+        EXPECT_EQ(table.LookupFileName(file_name), type) << file_name;
 }
 
 TEST(MimeTypeTableTest, ExternalFileWinsAndKeepsTheLineRules) {
@@ -66,16 +53,12 @@ TEST(MimeTypeTableTest, ExternalFileWinsAndKeepsTheLineRules) {
 
 TEST(MimeTypeTableTest, OverlongLineEndsTheTableInsteadOfHanging) {
     MimeTypeTable table;
-    table.Load("text/plain txt\nimage/gif gif\nx/long " + std::string(200, 'e') +
-               "\nimage/png png\n");
+    table.Load("text/plain txt\nx/long " + std::string(200, 'e') + "\nimage/png png\n");
     EXPECT_EQ(table.Lookup("txt"), "text/plain");
-    EXPECT_EQ(table.Lookup("gif"), "image/gif");
     EXPECT_EQ(table.Lookup("png"), "application/octet-stream");
-
-    MimeTypeTable fits;
-    std::string line = "x/t " + std::string(122, 'e');  // 126 characters, then a CR: 127
-    fits.Load(line + "\r\nimage/png png\n");
-    EXPECT_EQ(fits.Lookup("png"), "image/png");
+    // 126 characters, then a CR: 127 still fit.
+    table.Load("x/t " + std::string(122, 'e') + "\r\nimage/png png\n");
+    EXPECT_EQ(table.Lookup("png"), "image/png");
 }
 
 }  // namespace

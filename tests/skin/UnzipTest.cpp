@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <random>
@@ -10,12 +9,11 @@
 
 #include "skin/PythonProducer.h"
 #include "skin/Unzip.h"
-#include "support/TempFolder.h"
 
 namespace Teko {
 namespace {
 
-using ExtractResult = Unzip::ExtractResult;
+using R = Unzip::ExtractResult;
 
 class UnzipTest : public ::testing::Test {
 protected:
@@ -24,26 +22,21 @@ protected:
     }
 };
 
-constexpr char kSkinFiles[] = R"(
+// Streamed output makes zipfile set flag bit 3 and write sizes after the data.
+TEST_F(UnzipTest, ExtractsEveryEntryOfArchivesFromZipfile) {
+    auto produced = testing::PythonProducer::Run(R"(
 rng = random.Random(216)
 files = [('setting.ini', b'[skin]\nskin=index.html\n'),
          ('index.html', b'<html>' + b'<tr><td>$name</td><td>$size</td></tr>\n' * 500),
-         ('img/logo.png', rng.randbytes(5000)),
-         ('empty.txt', b''),
-         ('스킨/한글.txt', '안녕하세요 '.encode() * 100),
-         ('zeros.bin', bytes(1 << 20))]
-)";
-
-// Streamed output makes zipfile set flag bit 3 and write sizes after the data.
-TEST_F(UnzipTest, ExtractsEveryEntryOfArchivesFromZipfile) {
-    auto produced = testing::PythonProducer::Run(std::string(kSkinFiles) + R"(
+         ('img/logo.png', rng.randbytes(5000)), ('empty.txt', b''),
+         ('스킨/한글.txt', '안녕하세요 '.encode() * 100), ('zeros.bin', bytes(1 << 20))]
 class Unseekable:
     def __init__(self, buffer): self.buffer = buffer
     def write(self, data): return self.buffer.write(data)
     def flush(self): pass
 for method, level, streamed in [(zipfile.ZIP_STORED, None, False), (zipfile.ZIP_DEFLATED, 1, False),
-                                (zipfile.ZIP_DEFLATED, 6, False), (zipfile.ZIP_DEFLATED, 9, False),
-                                (zipfile.ZIP_DEFLATED, 6, True), (zipfile.ZIP_STORED, None, True)]:
+                                (zipfile.ZIP_DEFLATED, 9, False), (zipfile.ZIP_DEFLATED, 6, True),
+                                (zipfile.ZIP_STORED, None, True)]:
     buffer = io.BytesIO()
     with zipfile.ZipFile(Unseekable(buffer) if streamed else buffer, 'w', method, compresslevel=level) as z:
         z.writestr(zipfile.ZipInfo('img/'), b'')
@@ -52,23 +45,23 @@ for method, level, streamed in [(zipfile.ZIP_STORED, None, False), (zipfile.ZIP_
 for name, data in files: emit(name.encode()); emit(data)
 )");
     ASSERT_TRUE(produced.has_value());
-    ASSERT_EQ(produced->size(), 6u + 2 * 6);
+    ASSERT_EQ(produced->size(), 5u + 2 * 6);
     std::vector<std::string> names{"img/"};
-    for (size_t i = 6; i < produced->size(); i += 2)
+    for (size_t i = 5; i < produced->size(); i += 2)
         names.push_back((*produced)[i]);
-    for (size_t archive = 0; archive < 6; ++archive) {
+    for (size_t archive = 0; archive < 5; ++archive) {
         SCOPED_TRACE("archive " + std::to_string(archive));
         Unzip unzip;
         ASSERT_TRUE(unzip.Load((*produced)[archive].data(), (*produced)[archive].size()));
         EXPECT_EQ(unzip.EntryNames(), names);
         EXPECT_EQ(unzip.Extract("img/"), "");
-        for (size_t i = 6; i < produced->size(); i += 2) {
+        for (size_t i = 5; i < produced->size(); i += 2) {
             std::optional<std::string> bytes = unzip.Extract((*produced)[i]);
             ASSERT_TRUE(bytes.has_value()) << (*produced)[i];
             EXPECT_TRUE(*bytes == (*produced)[i + 1]) << (*produced)[i];
         }
         std::string bytes;
-        EXPECT_EQ(unzip.Extract("setting", bytes), ExtractResult::kNotFound);
+        EXPECT_EQ(unzip.Extract("setting", bytes), R::kNotFound);
     }
 }
 
@@ -88,15 +81,13 @@ emit(buffer.getvalue())
     ASSERT_TRUE(unzip.Load(produced->at(0).data(), produced->at(0).size()));
     EXPECT_EQ(unzip.EntryCount(), 1002u);
     EXPECT_EQ(unzip.Extract("twice.txt"), "first");
-    std::string bytes;
     for (int i = 0; i < 1000; ++i) {
         char name[16];
         std::snprintf(name, sizeof name, "%04d.txt", i);
-        ASSERT_EQ(unzip.Extract(name, bytes), ExtractResult::kOk) << name;
         std::string expected;
         for (int n = 0; n < i % 50; ++n)
             expected += std::to_string(i);
-        ASSERT_EQ(bytes, expected);
+        EXPECT_EQ(unzip.Extract(name), expected) << name;
     }
 }
 
@@ -105,7 +96,7 @@ class Damage {
 public:
     explicit Damage(std::string archive) : archive_(std::move(archive)) {}
 
-    [[nodiscard]] std::string Archive() const { return archive_; }
+    [[nodiscard]] const std::string& Archive() const { return archive_; }
     uint32_t Get32(size_t offset) const {
         uint32_t value = 0;
         std::memcpy(&value, archive_.data() + offset, 4);
@@ -114,12 +105,11 @@ public:
     void Put16(size_t offset, uint16_t value) { std::memcpy(archive_.data() + offset, &value, 2); }
     void Put32(size_t offset, uint32_t value) { std::memcpy(archive_.data() + offset, &value, 4); }
     size_t Central(std::string_view name) const {
-        for (size_t at = archive_.find("PK\1\2"); at != std::string::npos;
-             at = archive_.find("PK\1\2", at + 1)) {
-            if (archive_.compare(at + 46, name.size(), name) == 0) return at;
-        }
-        ADD_FAILURE() << name;
-        return 0;
+        size_t at = archive_.find("PK\1\2");
+        while (at != std::string::npos && archive_.compare(at + 46, name.size(), name) != 0)
+            at = archive_.find("PK\1\2", at + 1);
+        EXPECT_NE(at, std::string::npos) << name;
+        return at;
     }
     size_t Data(std::string_view name) const {
         size_t local = Get32(Central(name) + 42);
@@ -129,81 +119,6 @@ public:
 
 private:
     std::string archive_;
-};
-
-struct DamageCase {
-    const char* name;
-    std::function<void(Damage&)> apply;
-    bool loads = true;
-    std::set<ExtractResult> results = {};
-};
-
-const DamageCase kDamageCases[] = {
-    {"entry of 4 GB",
-     [](Damage& d) { d.Put32(d.Central("a.txt") + 24, 0xF0000000u); },
-     true,
-     {ExtractResult::kTooLarge}},
-    {"ZIP64 size marker",
-     [](Damage& d) { d.Put32(d.Central("a.txt") + 24, 0xFFFFFFFFu); },
-     true,
-     {ExtractResult::kTooLarge}},
-    // Stored, so that only the cap, not the ratio, can refuse it.
-    {"stored entry one byte above the size cap",
-     [](Damage& d) { d.Put32(d.Central("b.bin") + 24, Unzip::kMaxEntrySize + 1); },
-     true,
-     {ExtractResult::kTooLarge}},
-    {"ratio beyond what deflate reaches",
-     [](Damage& d) {
-         size_t central = d.Central("a.txt");
-         d.Put32(central + 24, d.Get32(central + 20) * Unzip::kMaxCompressionRatio + 1);
-     },
-     true,
-     {ExtractResult::kTooLarge}},
-    {"ratio deflate reaches, sizes still a lie",
-     [](Damage& d) {
-         size_t central = d.Central("a.txt");
-         d.Put32(central + 24, d.Get32(central + 20) * Unzip::kMaxCompressionRatio);
-     },
-     true,
-     {ExtractResult::kCorrupt}},
-    {"stored sizes disagree",
-     [](Damage& d) { d.Put32(d.Central("b.bin") + 24, d.Get32(d.Central("b.bin") + 20) + 1); },
-     true,
-     {ExtractResult::kCorrupt}},
-    {"method 12",
-     [](Damage& d) { d.Put16(d.Central("a.txt") + 10, 12); },
-     true,
-     {ExtractResult::kUnsupported}},
-    {"encrypted",
-     [](Damage& d) { d.Put16(d.Central("a.txt") + 8, 1); },
-     true,
-     {ExtractResult::kUnsupported}},
-    {"wrong CRC",
-     [](Damage& d) { d.Put32(d.Central("a.txt") + 16, d.Get32(d.Central("a.txt") + 16) ^ 1); },
-     true,
-     {ExtractResult::kChecksumMismatch}},
-    {"bit flipped in stored data",
-     [](Damage& d) { d.Put16(d.Data("b.bin") + 10, 0x5A5A); },
-     true,
-     {ExtractResult::kChecksumMismatch}},
-    {"bit flipped in deflate data",
-     [](Damage& d) {
-         d.Put16(d.Data("a.txt") + 20, static_cast<uint16_t>(d.Get32(d.Data("a.txt") + 20) ^ 0x10));
-     },
-     true,
-     {ExtractResult::kCorrupt, ExtractResult::kChecksumMismatch}},
-    {"header offset past the end", [](Damage& d) { d.Put32(d.Central("a.txt") + 42, 0x7FFFFFFF); },
-     false},
-    {"header offset into the central directory",
-     [](Damage& d) { d.Put32(d.Central("a.txt") + 42, d.Central("a.txt")); }, false},
-    {"local header signature", [](Damage& d) { d.Put32(d.Get32(d.Central("b.bin") + 42), 0); },
-     false},
-    {"two entries sharing data",
-     [](Damage& d) { d.Put32(d.Central("c.txt") + 42, d.Get32(d.Central("a.txt") + 42)); }, false},
-    {"name past the directory", [](Damage& d) { d.Put16(d.Central("c.txt") + 28, 0xFFFF); }, false},
-    {"more entries than records", [](Damage& d) { d.Put32(d.End() + 8, 0x00040004); }, false},
-    {"directory past the end record", [](Damage& d) { d.Put32(d.End() + 16, d.End()); }, false},
-    {"second disk", [](Damage& d) { d.Put16(d.End() + 4, 1); }, false},
 };
 
 constexpr char kSmallArchive[] = R"(
@@ -219,23 +134,81 @@ emit(buffer.getvalue())
 TEST_F(UnzipTest, RefusesDamagedAndHostileArchives) {
     auto produced = testing::PythonProducer::Run(kSmallArchive);
     ASSERT_TRUE(produced.has_value());
-    for (const DamageCase& test : kDamageCases) {
+    constexpr uint32_t kRatio = Unzip::kMaxCompressionRatio;
+    // Damage to one entry: that entry is refused, the untouched c.txt still extracts.
+    const struct {
+        const char* name;
+        std::function<void(Damage&)> apply;
+        R result;
+        R alternative = result;
+    } entry_cases[] = {
+        {"entry of 4 GB", [](Damage& d) { d.Put32(d.Central("a.txt") + 24, 0xF0000000u); },
+         R::kTooLarge},
+        {"ZIP64 size marker", [](Damage& d) { d.Put32(d.Central("a.txt") + 24, 0xFFFFFFFFu); },
+         R::kTooLarge},
+        // Stored, so that only the cap, not the ratio, can refuse it.
+        {"stored entry one byte above the size cap",
+         [](Damage& d) { d.Put32(d.Central("b.bin") + 24, Unzip::kMaxEntrySize + 1); },
+         R::kTooLarge},
+        {"ratio beyond what deflate reaches",
+         [](Damage& d) {
+             d.Put32(d.Central("a.txt") + 24, d.Get32(d.Central("a.txt") + 20) * kRatio + 1);
+         },
+         R::kTooLarge},
+        {"ratio deflate reaches, sizes still a lie",
+         [](Damage& d) {
+             d.Put32(d.Central("a.txt") + 24, d.Get32(d.Central("a.txt") + 20) * kRatio);
+         },
+         R::kCorrupt},
+        {"stored sizes disagree",
+         [](Damage& d) { d.Put32(d.Central("b.bin") + 24, d.Get32(d.Central("b.bin") + 20) + 1); },
+         R::kCorrupt},
+        {"method 12", [](Damage& d) { d.Put16(d.Central("a.txt") + 10, 12); }, R::kUnsupported},
+        {"encrypted", [](Damage& d) { d.Put16(d.Central("a.txt") + 8, 1); }, R::kUnsupported},
+        {"wrong CRC",
+         [](Damage& d) { d.Put32(d.Central("a.txt") + 16, d.Get32(d.Central("a.txt") + 16) ^ 1); },
+         R::kChecksumMismatch},
+        {"bit flipped in stored data", [](Damage& d) { d.Put16(d.Data("b.bin") + 10, 0x5A5A); },
+         R::kChecksumMismatch},
+        {"bit flipped in deflate data",
+         [](Damage& d) { d.Put16(d.Data("a.txt") + 20, d.Get32(d.Data("a.txt") + 20) ^ 0x10); },
+         R::kCorrupt, R::kChecksumMismatch},
+    };
+    for (const auto& test : entry_cases) {
         SCOPED_TRACE(test.name);
         Damage damage(produced->at(0));
         test.apply(damage);
-        std::string archive = damage.Archive();
         Unzip unzip;
-        ASSERT_EQ(unzip.Load(archive.data(), archive.size()), test.loads);
-        if (!test.loads) {
-            EXPECT_EQ(unzip.EntryCount(), 0u);
-            continue;
-        }
+        ASSERT_TRUE(unzip.Load(damage.Archive().data(), damage.Archive().size()));
         std::string bytes;
-        ExtractResult a = unzip.Extract("a.txt", bytes);
-        ExtractResult b = unzip.Extract("b.bin", bytes);
-        EXPECT_TRUE(test.results.count(a) != 0 || test.results.count(b) != 0);
-        EXPECT_TRUE(a == ExtractResult::kOk || b == ExtractResult::kOk);
-        EXPECT_EQ(unzip.Extract("c.txt", bytes), ExtractResult::kOk);
+        R a = unzip.Extract("a.txt", bytes);
+        R b = unzip.Extract("b.bin", bytes);
+        EXPECT_TRUE(a == test.result || a == test.alternative || b == test.result);
+        EXPECT_TRUE(a == R::kOk || b == R::kOk);
+        EXPECT_EQ(unzip.Extract("c.txt", bytes), R::kOk);
+    }
+
+    // Damage to the directory: the whole archive is refused.
+    const std::pair<const char*, std::function<void(Damage&)>> archive_cases[] = {
+        {"header offset past the end",
+         [](Damage& d) { d.Put32(d.Central("a.txt") + 42, 0x7FFFFFFF); }},
+        {"header offset into the central directory",
+         [](Damage& d) { d.Put32(d.Central("a.txt") + 42, d.Central("a.txt")); }},
+        {"local header signature", [](Damage& d) { d.Put32(d.Get32(d.Central("b.bin") + 42), 0); }},
+        {"two entries sharing data",
+         [](Damage& d) { d.Put32(d.Central("c.txt") + 42, d.Get32(d.Central("a.txt") + 42)); }},
+        {"name past the directory", [](Damage& d) { d.Put16(d.Central("c.txt") + 28, 0xFFFF); }},
+        {"more entries than records", [](Damage& d) { d.Put32(d.End() + 8, 0x00040004); }},
+        {"directory past the end record", [](Damage& d) { d.Put32(d.End() + 16, d.End()); }},
+        {"second disk", [](Damage& d) { d.Put16(d.End() + 4, 1); }},
+    };
+    for (const auto& [name, apply] : archive_cases) {
+        SCOPED_TRACE(name);
+        Damage damage(produced->at(0));
+        apply(damage);
+        Unzip unzip;
+        EXPECT_FALSE(unzip.Load(damage.Archive().data(), damage.Archive().size()));
+        EXPECT_EQ(unzip.EntryCount(), 0u);
     }
 }
 
@@ -271,8 +244,7 @@ TEST_F(UnzipTest, SurvivesEveryTruncationBitFlipAndRandomOverwrite) {
     for (int round = 0; round < 3000; ++round) {
         std::string archive = original;
         uint32_t value = static_cast<uint32_t>(random());
-        size_t offset = random() % (archive.size() - 3);
-        std::memcpy(archive.data() + offset, &value, 4);
+        std::memcpy(archive.data() + random() % (archive.size() - 3), &value, 4);
         check(archive, "round " + std::to_string(round));
     }
 }

@@ -26,7 +26,7 @@ int Acquire(ConnectionCountLimitManager& manager, CounterToken& token, const std
     }
 }
 
-TEST(ConnectionCountLimitManagerTest, RefusesWithTheLimitThatWasReached) {
+TEST(ConnectionCountLimitManagerTest, RefusesWithTheLimitReachedAndALoweredLimitEndsNone) {
     ConnectionCountLimitManager manager;
     manager.SetTotalLimit(true, 2);
     manager.SetPerAddressLimit(true, 1);
@@ -34,40 +34,34 @@ TEST(ConnectionCountLimitManagerTest, RefusesWithTheLimitThatWasReached) {
     EXPECT_EQ(Acquire(manager, a, "10.0.0.1"), kAccepted);
     EXPECT_EQ(Acquire(manager, b, "10.0.0.1"), kPerAddress);
     EXPECT_EQ(Acquire(manager, b, "10.0.0.2"), kAccepted);
-    EXPECT_EQ(Acquire(manager, c, "10.0.0.3"), kTotal);
     EXPECT_EQ(Acquire(manager, c, "10.0.0.1"), kTotal);
-    EXPECT_EQ(manager.GetTotalCount(), 2);
-}
 
-TEST(ConnectionCountLimitManagerTest, LoweredLimitRefusesNewDownloadsButEndsNone) {
-    ConnectionCountLimitManager manager;
-    std::vector<CounterToken> running(3);
-    for (auto& token : running)
-        ASSERT_EQ(Acquire(manager, token, "10.0.0.1"), kAccepted);
+    manager.SetPerAddressLimit(false, 0);
+    manager.SetTotalLimit(true, 3);
+    ASSERT_EQ(Acquire(manager, c, "10.0.0.1"), kAccepted);
     manager.SetTotalLimit(true, 2);
     CounterToken late;
     EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kTotal);
-    EXPECT_TRUE(running[0].IsHeld() && running[1].IsHeld() && running[2].IsHeld());
-    running[0].Release();
+    EXPECT_TRUE(a.IsHeld() && b.IsHeld() && c.IsHeld());
+    a.Release();
     EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kTotal);
-    running[1].Release();
+    b.Release();
     EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kAccepted);
 }
 
-TEST(ConnectionCountLimitManagerTest, SlotsLeaveOnlyFromTheEnd) {
+TEST(ConnectionCountLimitManagerTest, SlotsAndTokensGiveTheirPlacesBack) {
     ConnectionCountLimitManager manager;
     CounterToken a, b, c;
     ASSERT_EQ(Acquire(manager, a, "10.0.0.1"), kAccepted);
     ASSERT_EQ(Acquire(manager, b, "10.0.0.2"), kAccepted);
     ASSERT_EQ(Acquire(manager, c, "10.0.0.3"), kAccepted);
     b.Release();
-    EXPECT_EQ(manager.GetSlotCount(), 3u);
+    EXPECT_EQ(manager.GetSlotCount(), 3u);  // slots leave only from the end
     ASSERT_EQ(Acquire(manager, b, "10.0.0.2"), kAccepted);
     EXPECT_EQ(b.GetSlot(), 1);  // the empty middle slot is found again by its address
     b.Release();
     c.Release();
     EXPECT_EQ(manager.GetSlotCount(), 1u);
-
     // A refused new address keeps its slot until a release at the end removes it.
     manager.SetPerAddressLimit(true, 0);
     EXPECT_EQ(Acquire(manager, b, "10.0.0.4"), kPerAddress);
@@ -75,11 +69,8 @@ TEST(ConnectionCountLimitManagerTest, SlotsLeaveOnlyFromTheEnd) {
     a.Release();
     manager.Release(7);  // a release too many is absorbed
     EXPECT_EQ(manager.GetSlotCount(), 0u);
-    EXPECT_EQ(manager.GetTotalCount(), 0);
-}
 
-TEST(ConnectionCountLimitManagerTest, TokenGivesItsPlaceBackWhenDestroyedMovedOverOrAcquired) {
-    ConnectionCountLimitManager manager;
+    manager.SetPerAddressLimit(false, 0);
     manager.SetTotalLimit(true, 1);
     {
         CounterToken token;
@@ -89,12 +80,10 @@ TEST(ConnectionCountLimitManagerTest, TokenGivesItsPlaceBackWhenDestroyedMovedOv
         EXPECT_EQ(manager.GetTotalCount(), 1);
     }
     EXPECT_EQ(manager.GetTotalCount(), 0);
-    EXPECT_EQ(manager.GetSlotCount(), 0u);
-
-    CounterToken held;
-    ASSERT_EQ(Acquire(manager, held, "10.0.0.1"), kAccepted);
-    held = CounterToken();
+    ASSERT_EQ(Acquire(manager, a, "10.0.0.1"), kAccepted);
+    a = CounterToken();
     EXPECT_EQ(manager.GetTotalCount(), 0);
+    EXPECT_EQ(manager.GetSlotCount(), 0u);
 }
 
 TEST(ConnectionCountLimitManagerTest, ConcurrentDownloadsLeaveNoCountsBehind) {

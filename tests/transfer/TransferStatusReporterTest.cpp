@@ -118,7 +118,7 @@ TEST_F(TransferStatusReporterTest, PaceFollowsTheShareAsOtherTransfersStartAndEn
     EXPECT_LE(churned, milliseconds(5150));
 }
 
-TEST_F(TransferStatusReporterTest, AZeroLimitHoldsATransferUntilTheLimitIsRaised) {
+TEST_F(TransferStatusReporterTest, AZeroLimitHoldsATransferUntilRaisedOrKicked) {
     aggregator_.SetTotalLimits(-1, 0);
     TransferStatusReporter reporter(aggregator_);
     Pace(reporter);
@@ -130,20 +130,15 @@ TEST_F(TransferStatusReporterTest, AZeroLimitHoldsATransferUntilTheLimitIsRaised
     // What it owes is paid at the new limit: 1 KiB at 200 KiB per second.
     EXPECT_EQ(steps_, 11);
     EXPECT_EQ(waited_, 10 * TransferStatusReporter::kPacingStep + milliseconds(5));
-}
 
-TEST_F(TransferStatusReporterTest, AKickEndsAWait) {
     aggregator_.SetTotalLimits(-1, 0);
-    TransferStatusReporter reporter(aggregator_);
-    Pace(reporter);
-    reporter.SetPosition(kDirectionDownload, 0);
     on_step_ = [&] {
-        if (steps_ == 3) {
+        if (steps_ == 13) {
             EXPECT_TRUE(aggregator_.Kick(&reporter));
         }
     };
     EXPECT_THROW(reporter.ReportTransferred(kDirectionDownload, 1024), TransferKickedException);
-    EXPECT_EQ(steps_, 3);
+    EXPECT_EQ(steps_, 13);
 }
 
 TEST_F(TransferStatusReporterTest, StopEventEndsAWaitAtOnce) {
