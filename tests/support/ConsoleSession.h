@@ -22,27 +22,44 @@ public:
         EXPECT_TRUE(line.starts_with(prefix) && token_at != std::string::npos) << line;
         if (!line.starts_with(prefix) || token_at == std::string::npos) return;
         port_ = std::stoi(line.substr(prefix.size()));
-        headers_ = "Host: 127.0.0.1:" + std::to_string(port_) +
-                   "\r\nCookie: lumidrop_console=" + line.substr(token_at + 8) + "\r\n";
+        token_ = line.substr(token_at + 8);
     }
 
+    [[nodiscard]] int Port() const { return port_; }
+    [[nodiscard]] const std::string& Token() const { return token_; }
+    [[nodiscard]] std::string Host() const {
+        return "Host: 127.0.0.1:" + std::to_string(port_) + "\r\n";
+    }
+    // The headers every request of the owner's pages carries.
+    [[nodiscard]] std::string Owner() const {
+        return Host() + "Cookie: lumidrop_console=" + token_ + "\r\n";
+    }
+
+    // Any request to the console, with exactly these headers; a form body for POST.
+    [[nodiscard]] HttpResponse Request(const std::string& method, const std::string& target,
+                                       const std::string& headers,
+                                       const std::string& form = "") const {
+        std::string request =
+            method + " " + target + " HTTP/1.1\r\n" + headers + "Connection: close\r\n";
+        if (method == "POST") {
+            request += "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
+                       std::to_string(form.size()) + "\r\n";
+        }
+        return Fetch(port_, request + "\r\n" + form);
+    }
     // GET /api/v1/ENDPOINT (with its query, if any).
     [[nodiscard]] HttpResponse Get(const std::string& endpoint) const {
-        return Fetch(port_, "GET /api/v1/" + endpoint + " HTTP/1.1\r\n" + headers_ +
-                                "Connection: close\r\n\r\n");
+        return Request("GET", "/api/v1/" + endpoint, Owner());
     }
-    // POST /api/v1/ENDPOINT with an url-encoded form.
-    [[nodiscard]] HttpResponse Post(const std::string& endpoint, const std::string& form) const {
-        return Fetch(port_, "POST /api/v1/" + endpoint + " HTTP/1.1\r\n" + headers_ +
-                                "X-Lumidrop-Console: 1\r\nConnection: close\r\n"
-                                "Content-Type: application/x-www-form-urlencoded\r\n"
-                                "Content-Length: " +
-                                std::to_string(form.size()) + "\r\n\r\n" + form);
+    // POST /api/v1/ENDPOINT with an url-encoded form, as the console's pages send it.
+    [[nodiscard]] HttpResponse Post(const std::string& endpoint, const std::string& form,
+                                    const std::string& extra = "X-Lumidrop-Console: 1\r\n") const {
+        return Request("POST", "/api/v1/" + endpoint, Owner() + extra, form);
     }
 
 private:
     int port_ = -1;
-    std::string headers_;
+    std::string token_;
 };
 
 }  // namespace Zarn::testing
