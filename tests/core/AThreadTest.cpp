@@ -30,29 +30,29 @@ private:
     Body body_;
 };
 
-// Blocks until the thread is told to stop, however long that takes.
-void WaitUntilStopped(const BodyThread& self) {
-    while (!self.WaitForStopFor(1h)) {
-    }
-}
-
-TEST(AThreadTest, StartWhileRunningReturnsFalseAndStartsNothing) {
+TEST(AThreadTest, StartWhileRunningStartsNothingAndSignalStopEndsALongWaitEarly) {
     std::atomic<int> runs{0};
+    std::atomic<bool> short_wait_signalled{true};
+    std::atomic<bool> long_wait_signalled{false};
     std::promise<void> entered;
     BodyThread thread([&](BodyThread& self) -> uint32_t {
-        if (++runs == 1) entered.set_value();
-        WaitUntilStopped(self);
+        ++runs;
+        short_wait_signalled = self.WaitForStopFor(1ms);
+        entered.set_value();
+        long_wait_signalled = self.WaitForStopFor(60s);
         return 7;
     });
     ASSERT_TRUE(thread.Start());
     entered.get_future().wait();
-    EXPECT_TRUE(thread.IsRunning());
-    EXPECT_NE(thread.GetThreadId(), 0u);
-
     EXPECT_FALSE(thread.Start());
     EXPECT_TRUE(thread.IsRunning());
 
-    thread.StopAndJoin();
+    auto signalled_at = std::chrono::steady_clock::now();
+    thread.SignalStop();
+    thread.Join();
+    EXPECT_LT(std::chrono::steady_clock::now() - signalled_at, 30s);
+    EXPECT_FALSE(short_wait_signalled.load());
+    EXPECT_TRUE(long_wait_signalled.load());
     EXPECT_FALSE(thread.IsRunning());
     EXPECT_EQ(runs.load(), 1);
     EXPECT_EQ(thread.GetExitCode(), 7u);
@@ -87,7 +87,8 @@ TEST(AThreadTest, DestroyingRunningThreadReturnsOnlyAfterRunReturned) {
     std::promise<void> entered;
     auto thread = std::make_unique<BodyThread>([&](BodyThread& self) -> uint32_t {
         entered.set_value();
-        WaitUntilStopped(self);
+        while (!self.WaitForStopFor(1h)) {
+        }
         // Still busy for a moment after the stop, so that a destructor that did not wait
         // would be caught finishing first.
         for (int i = 0; i < 1000; ++i)
@@ -99,54 +100,6 @@ TEST(AThreadTest, DestroyingRunningThreadReturnsOnlyAfterRunReturned) {
     entered.get_future().wait();
     thread.reset();
     EXPECT_TRUE(run_returned.load());
-}
-
-// Reports its own destruction, so that a test can see the thread delete it.
-class SelfOwnedThread : public AThread {
-public:
-    SelfOwnedThread(std::atomic<bool>& ran, std::promise<bool>& destroyed)
-        : ran_(ran), destroyed_(destroyed) {}
-    ~SelfOwnedThread() override {
-        StopAndJoin();
-        destroyed_.set_value(ran_.load());
-    }
-    uint32_t Run() override {
-        ran_ = true;
-        return 0;
-    }
-
-private:
-    std::atomic<bool>& ran_;
-    std::promise<bool>& destroyed_;
-};
-
-TEST(AThreadTest, SelfOwnedThreadDeletesItselfAfterRun) {
-    std::atomic<bool> ran{false};
-    std::promise<bool> destroyed;
-    std::future<bool> ran_before_destruction = destroyed.get_future();
-    ASSERT_TRUE(AThread::StartSelfOwned(std::make_unique<SelfOwnedThread>(ran, destroyed)));
-    ASSERT_EQ(ran_before_destruction.wait_for(30s), std::future_status::ready);
-    EXPECT_TRUE(ran_before_destruction.get());
-}
-
-TEST(AThreadTest, WaitForStopTimesOutQuietlyAndEndsEarlyOnSignalStop) {
-    std::atomic<bool> short_wait_signalled{true};
-    std::atomic<bool> long_wait_signalled{false};
-    std::promise<void> entered;
-    BodyThread thread([&](BodyThread& self) -> uint32_t {
-        short_wait_signalled = self.WaitForStopFor(1ms);
-        entered.set_value();
-        long_wait_signalled = self.WaitForStopFor(60s);
-        return 0;
-    });
-    ASSERT_TRUE(thread.Start());
-    entered.get_future().wait();
-    auto signalled_at = std::chrono::steady_clock::now();
-    thread.SignalStop();
-    thread.Join();
-    EXPECT_LT(std::chrono::steady_clock::now() - signalled_at, 30s);
-    EXPECT_FALSE(short_wait_signalled.load());
-    EXPECT_TRUE(long_wait_signalled.load());
 }
 
 }  // namespace

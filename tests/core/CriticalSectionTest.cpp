@@ -1,25 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <future>
 #include <thread>
 
 #include "core/CriticalSection.h"
 
 namespace Zarn {
 namespace {
-
-TEST(CriticalSectionTest, SameThreadEntersTwiceAndOthersFollowOnceItLeaves) {
-    CriticalSection section;
-    section.Enter();
-    section.Enter();
-    section.Leave();
-    section.Leave();
-    auto other = std::async(std::launch::async, [&] {
-        CriticalSectionLock lock(section);
-        return true;
-    });
-    EXPECT_TRUE(other.get());
-}
 
 TEST(CriticalSectionTest, ExcludesOtherThreadsEvenWhenTakenReentrantly) {
     CriticalSection section;

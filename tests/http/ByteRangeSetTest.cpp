@@ -58,11 +58,5 @@ TEST(ByteRangeSetTest, RefusesWhatIsNotAByteRangeList) {
     }
 }
 
-TEST(ByteRangeSetTest, NewSetCoversTheWholeEntity) {
-    ByteRangeSet set;
-    ASSERT_TRUE(set.Resolve(42));
-    EXPECT_EQ(set.ContentRangeValue(), "bytes 0-41/42");
-}
-
 }  // namespace
 }  // namespace Zarn

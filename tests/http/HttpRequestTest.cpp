@@ -2,7 +2,6 @@
 
 #include "http/HttpConnection.h"
 #include "http/HttpRequest.h"
-#include "net/socket_exception.h"
 #include "support/LogCapture.h"
 #include "support/LoopbackPair.h"
 #include "transfer/NullTransferStatusAggregator.h"
@@ -69,18 +68,6 @@ TEST(HttpRequestTest, MultipartPostReadsNoBodyWhileParsingTheHeader) {
         EXPECT_EQ(aggregator.received, 9u);
     }
     EXPECT_EQ(aggregator.unregistered, 1);
-}
-
-TEST(HttpRequestTest, BodyOfARequestWithoutConnectionReadsAsClosed) {
-    HttpRequest request(nullptr, NullTransferStatusAggregator::Instance());
-    request.ParseHeader("PUT /x HTTP/1.1\r\nContent-Length: 3");
-    char buffer[8];
-    EXPECT_THROW(request.ReceiveBody(buffer, sizeof buffer), socket_exception);
-    EXPECT_FALSE(request.IsResponseBegun());
-    EXPECT_FALSE(request.IsKeepAlive());
-
-    HttpConnection no_socket;
-    EXPECT_FALSE(no_socket.ReadHeader(request));
 }
 
 }  // namespace

@@ -1,0 +1,235 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <future>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "net/Networking.h"
+#include "net/SocketError.h"
+#include "net/TCPServerSocket.h"
+#include "net/TCPSocket.h"
+#include "net/socket_exception.h"
+#include "support/LoopbackPair.h"
+#include "support/TestServer.h"
+
+namespace Zarn {
+namespace {
+
+using testing::ConnectTo;
+using testing::LoopbackPair;
+using testing::SendAll;
+
+std::string ReceiveFailure(TCPSocket& socket) {
+    char buffer[16];
+    try {
+        return "received " + std::to_string(socket.Receive(buffer, sizeof buffer)) + " bytes";
+    } catch (const socket_exception& e) {
+        return e.what();
+    }
+}
+
+// True when the peer's end of the connection is gone (an orderly close or a reset) within
+// a limit that is there only so that a broken close fails instead of hanging.
+bool SeesConnectionEnd(TCPSocket& client) {
+    pollfd entry{client.GetHandle(), POLLIN, 0};
+    if (::poll(&entry, 1, 5000) != 1) return false;
+    char byte;
+    ssize_t got = ::recv(client.GetHandle(), &byte, 1, 0);
+    return got == 0 || (got < 0 && errno == ECONNRESET);
+}
+
+// True once the thread sleeps in the kernel: for a thread that does nothing else, a sign
+// that it is waiting inside accept(2).
+bool IsSleeping(pid_t thread_id) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread_id) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    size_t name_end = text.rfind(')');
+    return name_end != std::string::npos && name_end + 2 < text.size() && text[name_end + 2] == 'S';
+}
+
+TEST(TCPSocketTest, ConnectTakesTheHostsOwnPortAndFailsQuietly) {
+    TCPServerSocket listener;
+    ASSERT_TRUE(listener.Listen(0));
+    auto port = static_cast<uint16_t>(listener.GetLocalPort());
+    TCPSocket client;
+    ASSERT_TRUE(client.Create());
+    EXPECT_TRUE(client.Connect("  localhost:" + std::to_string(port) + " \r\n",
+                               static_cast<uint16_t>(port - 1)));
+    TCPSocket accepted;
+    ASSERT_TRUE(listener.Accept(accepted));
+    EXPECT_EQ(accepted.GetPeerIp(), "127.0.0.1");
+
+    ASSERT_EQ(listener.Close(), 0);
+    TCPSocket refused;
+    ASSERT_TRUE(refused.Create());
+    EXPECT_FALSE(refused.Connect("127.0.0.1", port));
+    EXPECT_STREQ(ErrorText(LastSocketError()), "Connection refused");
+    EXPECT_STREQ(socket_exception().what(), "Connection refused");
+    EXPECT_FALSE(refused.Connect("no-such-host.invalid", 80));
+    EXPECT_STREQ(ErrorText(LastSocketError()), "Host not found");
+    TCPSocket never_created;
+    EXPECT_FALSE(never_created.Connect("127.0.0.1", port));
+}
+
+TEST(TCPSocketTest, ReceiveNamesHowThePeerWentAway) {
+    LoopbackPair orderly = LoopbackPair::Make();
+    ASSERT_EQ(orderly.server.Close(), 0);
+    EXPECT_EQ(ReceiveFailure(orderly.client), "Connection closed");
+
+    LoopbackPair reset = LoopbackPair::Make();
+    linger abort_on_close{1, 0};
+    ASSERT_EQ(::setsockopt(reset.server.GetHandle(), SOL_SOCKET, SO_LINGER, &abort_on_close,
+                           sizeof abort_on_close),
+              0);
+    ASSERT_EQ(reset.server.Close(), 0);
+    EXPECT_EQ(ReceiveFailure(reset.client), "Connection reset by peer");
+
+    LoopbackPair silent = LoopbackPair::Make();
+    silent.client.SetTimeouts(1);
+    EXPECT_EQ(ReceiveFailure(silent.client), "Connection timed out");
+}
+
+TEST(TCPSocketTest, SendToClosedPeerThrowsInsteadOfRaisingSigpipe) {
+    // Another test may already ignore SIGPIPE process-wide; the sends must not need that.
+    struct sigaction default_action {};
+    default_action.sa_handler = SIG_DFL;
+    struct sigaction previous {};
+    ASSERT_EQ(::sigaction(SIGPIPE, &default_action, &previous), 0);
+
+    LoopbackPair pair = LoopbackPair::Make();
+    ASSERT_EQ(pair.server.Close(), 0);
+    std::vector<char> block(1 << 20, 'x');
+    std::string failure;
+    for (int i = 0; i < 100 && failure.empty(); ++i) {
+        try {
+            (void)pair.client.Send(block.data(), static_cast<int>(block.size()));
+        } catch (const socket_exception& e) {
+            failure = e.what();
+        }
+    }
+    ::sigaction(SIGPIPE, &previous, nullptr);
+    EXPECT_TRUE(failure == "Connection reset by peer" ||
+                failure == "Software caused connection abort")
+        << failure;
+}
+
+TEST(TCPServerSocketTest, APortIsRefusedWhileListenedOnAndFreeAtOnceAfterwards) {
+    TCPServerSocket first;
+    ASSERT_TRUE(first.Listen(0));
+    int port = first.GetLocalPort();
+    TCPServerSocket second;
+    EXPECT_FALSE(second.Listen(static_cast<uint16_t>(port)));
+    EXPECT_FALSE(second.IsValid());
+    EXPECT_STREQ(ErrorText(LastSocketError()), "Address already in use");
+
+    TCPSocket open_client = ConnectTo(port);
+    TCPSocket open_accepted;
+    ASSERT_TRUE(first.Accept(open_accepted));
+    // The server side closes first, which leaves this connection in TIME_WAIT on the port.
+    TCPSocket closed_client = ConnectTo(port);
+    TCPSocket closed_accepted;
+    ASSERT_TRUE(first.Accept(closed_accepted));
+    ASSERT_EQ(closed_accepted.Close(), 0);
+    ASSERT_TRUE(SeesConnectionEnd(closed_client));
+    ASSERT_EQ(closed_client.Close(), 0);
+    ASSERT_EQ(first.Close(), 0);
+    EXPECT_TRUE(second.Listen(static_cast<uint16_t>(port)));
+    EXPECT_EQ(second.GetLocalPort(), port);
+}
+
+TEST(TCPServerSocketTest, CloseEndsConnectionsNobodyAccepted) {
+    TCPServerSocket listener;
+    ASSERT_TRUE(listener.Listen(0));
+    TCPSocket first = ConnectTo(listener.GetLocalPort());
+    TCPSocket second = ConnectTo(listener.GetLocalPort());
+    EXPECT_EQ(listener.Close(), 0);
+    EXPECT_TRUE(SeesConnectionEnd(first));
+    EXPECT_TRUE(SeesConnectionEnd(second));
+}
+
+TEST(TCPServerSocketTest, ShutdownOrCloseFromAnotherThreadEndsBlockedAccept) {
+    for (bool use_close : {false, true}) {
+        SCOPED_TRACE(use_close ? "Close" : "Shutdown");
+        TCPServerSocket listener;
+        ASSERT_TRUE(listener.Listen(0));
+        int port = listener.GetLocalPort();
+        TCPSocket child;
+        std::atomic<pid_t> accepting_thread{0};
+        auto accepted = std::async(std::launch::async, [&] {
+            accepting_thread = ::gettid();
+            return listener.Accept(child);
+        });
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while ((accepting_thread == 0 || !IsSleeping(accepting_thread)) &&
+               std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        if (use_close) {
+            EXPECT_EQ(listener.Close(), 0);
+        } else {
+            listener.Shutdown();
+        }
+        if (accepted.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+            ADD_FAILURE() << "Accept still blocked";
+            // Frees the stuck accept so that the test fails instead of hanging.
+            TCPSocket rescuer = ConnectTo(port);
+        }
+        EXPECT_FALSE(accepted.get());
+        EXPECT_FALSE(child.IsValid());
+    }
+}
+
+TEST(NetworkingTest, SplitHostAndPortTrimsCutsAndWrapsThePort) {
+    struct Case {
+        std::string text;
+        uint16_t default_port;
+        std::string host;
+        uint16_t port;
+    };
+    const Case cases[] = {
+        {"host", 8080, "host", 8080},
+        {" \thost:81\r\n", 80, "host", 81},
+        {"h:65537", 80, "h", 1},
+        {"h:99999999999", 80, "h", static_cast<uint16_t>(99999999999 % 65536)},
+        {"h:12ab", 80, "h", 12},
+        {"1.2.3.4:", 80, "1.2.3.4", 0},
+        {" \r\n", 80, "", 80},
+        {std::string(2000, 'a'), 80, std::string(1023, 'a'), 80},
+        // The cut comes before the port is read.
+        {std::string(1020, 'a') + ":8080", 80, std::string(1020, 'a'), 80},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 40));
+        HostAndPort split = SplitHostAndPort(c.text, c.default_port);
+        EXPECT_EQ(split.host, c.host);
+        EXPECT_EQ(split.port, c.port);
+    }
+}
+
+TEST(NetworkingTest, HostAddressesAreDottedWithLoopbackLast) {
+    std::vector<std::string> addresses{"stale"};
+    GetHostAddresses(addresses);
+    ASSERT_FALSE(addresses.empty());
+    bool seen_loopback = false;
+    for (const std::string& address : addresses) {
+        SCOPED_TRACE(address);
+        in_addr parsed{};
+        EXPECT_EQ(::inet_pton(AF_INET, address.c_str(), &parsed), 1);
+        bool loopback = address.starts_with("127.");
+        EXPECT_FALSE(seen_loopback && !loopback);
+        seen_loopback = seen_loopback || loopback;
+    }
+}
+
+}  // namespace
+}  // namespace Zarn
