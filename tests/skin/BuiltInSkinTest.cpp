@@ -191,7 +191,8 @@ TEST(BuiltInSkinTest, EveryTextHasAnEnglishTranslation) {
     files.insert(files.end(), config.i18nfiles.begin(), config.i18nfiles.end());
     std::set<std::string> keys;
     for (const std::string& name : files) {
-        TemplateScanner scanner(MustRead(kSkin + name));
+        const std::string text = MustRead(kSkin + name);  // the scanner only views it
+        TemplateScanner scanner(text);
         using Kind = TemplateScanner::Kind;
         for (auto token = scanner.Next(); token.kind != Kind::kEndOfText; token = scanner.Next()) {
             if (token.kind != Kind::kU && token.kind != Kind::kQU) continue;
