@@ -26,6 +26,7 @@
 #include "server/KorvelServer.h"
 #include "skin/SkinManager.h"
 #include "ui/CommandLine.h"
+#include "ui/ConsoleAddressFile.h"
 #include "ui/ConsoleServer.h"
 #include "ui/ConsoleToken.h"
 #include "ui/LogHistory.h"
@@ -148,6 +149,7 @@ int Serve(const CommandLine& line) {
         std::printf("Owner's console: http://127.0.0.1:%d/?token=%s\n", console.GetPort(),
                     token->c_str());
         std::fflush(stdout);
+        (void)ConsoleAddressFile::Publish(home, console.GetPort());
     } else {
         int code = LastSocketError();
         log_writer.Flush();
@@ -159,6 +161,7 @@ int Serve(const CommandLine& line) {
     int received = 0;
     sigwait(&stop_signals, &received);
     console.Stop();
+    ConsoleAddressFile::Withdraw(home);
     server.Stop();
     CriticalSectionLock hold(config.GetLock());
     config.wasRunning = true;
