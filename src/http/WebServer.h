@@ -36,8 +36,8 @@ public:
     WebServer();
     ~WebServer() override;
 
-    // Before Listen: a dotted IPv4 address to listen on alone (the owner's console keeps
-    // to 127.0.0.1); by default every interface.
+    // Before Listen: a dotted IPv4 or an IPv6 address to listen on alone (the owner's
+    // console keeps to 127.0.0.1 and ::1); by default every IPv4 interface.
     void SetBindAddress(std::string address) { bind_address_ = std::move(address); }
     // Set these before Listen; both must outlive the server's threads.
     void SetRequestHandler(HttpRequestHandler* handler);

@@ -8,16 +8,17 @@
 
 namespace Zarn {
 
-// The listening socket of the web server, on every IPv4 interface or on one address. It is
-// owned by the
-// accept thread; another thread may Close it (or Shutdown it) to end a blocked Accept.
+// The listening socket of the web server, on every IPv4 interface or on one address (IPv4
+// or IPv6). It is owned by the accept thread; another thread may Close it (or Shutdown it) to end a
+// blocked Accept.
 class TCPServerSocket : public Socket {
 public:
     TCPServerSocket() = default;
     TCPServerSocket(TCPServerSocket&& other) noexcept = default;
     TCPServerSocket& operator=(TCPServerSocket&& other) noexcept = default;
 
-    // `address`: a dotted IPv4 address to listen on alone; empty for every interface.
+    // `address`: a dotted IPv4 or a textual IPv6 address to listen on alone; empty for every
+    // IPv4 interface.
     [[nodiscard]] bool Bind(uint16_t port, const std::string& address = {});
     // A new socket bound to the port and listening. SO_REUSEADDR lets a restart bind at
     // once while old connections linger, yet Linux still refuses a second live listener

@@ -1,5 +1,6 @@
 #include "net/TCPSocket.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -20,15 +21,24 @@ namespace {
 using AddressQuery = int (*)(int, sockaddr*, socklen_t*);
 
 bool QueryAddress(AddressQuery query, int handle, std::string& ip, uint16_t& port) {
-    sockaddr_in address{};
+    sockaddr_storage address{};
     socklen_t length = sizeof address;
     if (query(handle, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
         RecordSocketErrno();
         return false;
     }
-    if (address.sin_family != AF_INET) return false;
-    ip = DottedAddress(address.sin_addr);
-    port = ntohs(address.sin_port);
+    if (address.ss_family == AF_INET6) {
+        const auto& v6 = reinterpret_cast<const sockaddr_in6&>(address);
+        char text[INET6_ADDRSTRLEN] = {};
+        if (::inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text) == nullptr) return false;
+        ip = text;
+        port = ntohs(v6.sin6_port);
+        return true;
+    }
+    if (address.ss_family != AF_INET) return false;
+    const auto& v4 = reinterpret_cast<const sockaddr_in&>(address);
+    ip = DottedAddress(v4.sin_addr);
+    port = ntohs(v4.sin_port);
     return true;
 }
 

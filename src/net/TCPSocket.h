@@ -47,7 +47,8 @@ public:
     // when the socket is not valid, the name cannot be resolved or the connect fails.
     [[nodiscard]] bool Connect(const std::string& host, uint16_t default_port);
 
-    // Dotted address and port of the peer / of this end; false (outputs untouched) when
+    // Address (dotted IPv4, or IPv6 text such as "::1") and port of the peer / of this
+    // end; false (outputs untouched) when
     // the socket cannot tell.
     [[nodiscard]] bool GetPeerAddress(std::string& ip, uint16_t& port) const;
     [[nodiscard]] bool GetLocalAddress(std::string& ip, uint16_t& port) const;

@@ -1,10 +1,15 @@
 // The owner's console against the real program, over real sockets: only the owner gets
 // in, nothing changes but through a checked POST, and what changes applies and is saved.
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <optional>
 
 #include "support/RunningShare.h"
 
@@ -13,6 +18,39 @@ namespace {
 
 using testing::Contains;
 using testing::HttpResponse;
+
+// The whole answer to one request sent to [::1]:port; nothing when ::1 cannot be reached.
+std::optional<std::string> AskOverIPv6(int port, const std::string& request) {
+    int handle = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (handle < 0) return std::nullopt;
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(static_cast<uint16_t>(port));
+    address.sin6_addr = in6addr_loopback;
+    std::optional<std::string> answer;
+    if (::connect(handle, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        ::send(handle, request.data(), request.size(), MSG_NOSIGNAL) ==
+            static_cast<ssize_t>(request.size())) {
+        answer.emplace();
+        char buffer[4096];
+        for (ssize_t got; (got = ::recv(handle, buffer, sizeof buffer, 0)) > 0;)
+            answer->append(buffer, static_cast<size_t>(got));
+    }
+    ::close(handle);
+    return answer;
+}
+
+// Whether this machine has an IPv6 loopback to listen on at all.
+bool HasIPv6Loopback() {
+    int handle = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (handle < 0) return false;
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    bool bound = ::bind(handle, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(handle);
+    return bound;
+}
 
 class ConsoleEndToEndTest : public testing::RunningShare {
 protected:
@@ -88,6 +126,36 @@ TEST_F(ConsoleEndToEndTest, OnlyTheOwnerGetsInAndNothingChangesButThroughAChecke
 }
 
 // The pages run under "default-src 'self'", and get only their own texts, translated.
+TEST_F(ConsoleEndToEndTest, TheIPv6LoopbackServesTheOwnerAloneAtTheSamePort) {
+    if (!HasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback on this machine";
+    const testing::ConsoleSession& console = *console_;
+    const std::string host = "Host: [::1]:" + std::to_string(console.Port()) + "\r\n";
+    const std::string cookie = "Cookie: lumidrop_console=" + console.Token() + "\r\n";
+    auto ask = [&](const std::string& head) {
+        return AskOverIPv6(console.Port(), head + "Connection: close\r\n\r\n").value_or("");
+    };
+
+    std::string status = ask("GET /api/v1/status HTTP/1.1\r\n" + host + cookie);
+    EXPECT_TRUE(status.starts_with("HTTP/1.1 200 ")) << status;
+    EXPECT_TRUE(Contains(status, "\"port\":" + std::to_string(port_))) << status;
+    // The same refusals as on 127.0.0.1: no cookie, a foreign Host, a change by GET.
+    EXPECT_TRUE(ask("GET /api/v1/status HTTP/1.1\r\n" + host).starts_with("HTTP/1.1 403 "));
+    EXPECT_TRUE(ask("GET /api/v1/status HTTP/1.1\r\nHost: evil.example\r\n" + cookie)
+                    .starts_with("HTTP/1.1 403 "));
+    EXPECT_TRUE(ask("GET /api/v1/limits/set?totalDownloadSpeedLimit=7 HTTP/1.1\r\n" + host + cookie)
+                    .starts_with("HTTP/1.1 403 "));
+    // The console's own page at [::1] may change things, with its own origin.
+    const std::string form = "totalDownloadSpeedLimit=77";
+    std::string changed =
+        ask("POST /api/v1/limits/set HTTP/1.1\r\n" + host + cookie +
+            "X-Lumidrop-Console: 1\r\nOrigin: http://[::1]:" + std::to_string(console.Port()) +
+            "\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+            "Content-Length: " +
+            std::to_string(form.size()) + "\r\n\r\n" + form);
+    EXPECT_TRUE(changed.starts_with("HTTP/1.1 200 ")) << changed;
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), form));
+}
+
 TEST_F(ConsoleEndToEndTest, ThePagesAllowOnlyTheirOwnFilesAndGetOnlyTheirOwnTexts) {
     HttpResponse page = console_->Request("GET", "/", console_->Owner());
     EXPECT_EQ(page.Header("Content-Security-Policy").find("default-src 'self'"), 0u);
