@@ -41,6 +41,7 @@ void UploadRequestProcessor::ReceiveFile(HttpRequest& request) {
 
     std::string path = request.GetPath();
     if (!path.empty() && path.back() != '/') path += '/';
+    virtual_folder_ = "/" + path;
     std::optional<LocalTarget> target = mounts_.ResolveTarget(path);
     UniqueFd folder = target ? target->Open(O_PATH | O_DIRECTORY) : UniqueFd();
     has_key_ = request.GetQueryParameter("key", key_);
@@ -100,6 +101,8 @@ UploadRequestProcessor::Result UploadRequestProcessor::ReceivePart(HttpRequest& 
         return {FormatTranslated("%s: 파일을 열지 못했습니다.", name.c_str()), false};
     }
     current_name_ = name;
+    // The owner's transfer list names the file arriving, not the upload form's address.
+    status.SetTarget(virtual_folder_ + name);
     Publish(UploadProgress::kRunning);
 
     std::vector<char> buffer;

@@ -72,6 +72,7 @@ private:
     std::string key_;
     bool has_key_ = false;
     std::string current_name_;
+    std::string virtual_folder_;  // "/inbox/": the target folder as visitors name it
     uint64_t total_ = 0;
     uint64_t received_ = 0;
     uint32_t started_ = 0;

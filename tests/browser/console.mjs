@@ -137,10 +137,12 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   await visitor.setInputFiles("#lumi-upload-files", path.join(picks, uploadName));
   await visitor.click("form.upload-form button[type=submit]");
   await view("transfers");
-  // The visitor's page also keeps a connection open to follow its progress, so the upload's
-  // row is the one of its kind that names the folder it goes to.
-  const upload = page.locator("#transfers-rows tr", { has: page.locator(".kind.is-upload") });
-  await upload.filter({ hasText: "/inbox/" }).waitFor();
+  // The visitor's page also keeps a connection open to follow its progress; the upload's
+  // row names the file arriving, not the upload form's address.
+  const upload = page
+    .locator("#transfers-rows tr", { has: page.locator(".kind.is-upload") })
+    .filter({ hasText: `/inbox/${uploadName}` });
+  await upload.waitFor();
   const row = `#transfers-rows tr[data-id="${await upload.getAttribute("data-id")}"]`;
   const first = Number(await page.getAttribute(row, "data-position"));
   await page.waitForFunction(
