@@ -164,6 +164,33 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   check(shown.length > 0 && shown.every((text) => /kicked/i.test(text)), `filtered log: ${shown}`);
   await page.fill("#log-filter", "");
   await screenshot("log");
+
+  // The log follows new lines at the bottom, and stops following while the owner reads
+  // older ones higher up.
+  const lineCount = () => page.$$eval("#log-lines li", (items) => items.length);
+  const visit = async (times) => {
+    for (let i = 0; i < times; i += 1) await fetch(`${base}/inbox/`);
+  };
+  const grownPast = (count) =>
+    page.waitForFunction((n) => document.querySelectorAll("#log-lines li").length > n, count);
+  const distanceFromBottom = () =>
+    page.$eval("#log-lines", (list) => list.scrollHeight - list.scrollTop - list.clientHeight);
+  await visit(40);
+  await page.waitForFunction(() => {
+    const list = document.getElementById("log-lines");
+    return list.scrollHeight > list.clientHeight * 2;
+  });
+  let before = await lineCount();
+  await visit(2);
+  await grownPast(before);
+  check((await distanceFromBottom()) < 24, "log follows new lines at the bottom");
+  await page.$eval("#log-lines", (list) => {
+    list.scrollTop = 0;
+  });
+  before = await lineCount();
+  await visit(2);
+  await grownPast(before);
+  check((await page.$eval("#log-lines", (list) => list.scrollTop)) === 0, "log stays where the owner reads");
   check(!fs.readdirSync(inbox).includes(uploadName), "kicked upload left no file");
 
   // At a phone's width nothing runs off the side.
