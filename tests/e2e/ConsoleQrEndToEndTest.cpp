@@ -27,6 +27,8 @@ TEST_F(ConsoleQrEndToEndTest, ServesASymbolOfTheTextAndRefusesWhatNoneHolds) {
     EXPECT_EQ(image.Header("Content-Type"), "image/svg+xml");
     EXPECT_EQ(image.Header("Cache-Control"), "no-store");
     EXPECT_EQ(image.Header("X-Content-Type-Options"), "nosniff");
+    // Sharp at any size: a blurred edge between modules is what a camera misreads.
+    EXPECT_NE(image.body.find("shape-rendering=\"crispEdges\""), std::string::npos);
     std::optional<testing::QrGrid> grid = testing::GridOfSvg(image.body, 4);
     ASSERT_TRUE(grid.has_value()) << image.body;
     EXPECT_EQ(testing::ScanQr(*grid), address);
