@@ -1,6 +1,7 @@
 // Home: the address visitors use, whether the server listens, and how busy it is.
 
-import { T, getJson, guarded, isMissing, notify, post, showError } from "./api.js";
+import { initAddressCard, showAddress } from "./addresscard.js";
+import { T, getJson, guarded, isMissing, notify, post } from "./api.js";
 
 const view = document.getElementById("view-home");
 let status = null;
@@ -20,12 +21,8 @@ function visitorsAddress() {
 }
 
 function render() {
-  const address = document.getElementById("home-address");
   // A stopped server has no port; the address it had stays on show.
-  if (status.listening) {
-    address.textContent = visitorsAddress();
-    address.href = visitorsAddress();
-  }
+  showAddress(status.listening ? visitorsAddress() : null, status.listening);
   const state = document.getElementById("home-state");
   state.textContent = status.listening ? T("대기 중") : T("멈춤");
   state.classList.toggle("is-on", status.listening);
@@ -52,16 +49,6 @@ export async function refresh() {
   }
 }
 
-async function copyAddress() {
-  const address = document.getElementById("home-address").textContent;
-  try {
-    await navigator.clipboard.writeText(address);
-    notify(T("복사했습니다."));
-  } catch {
-    notify(T("복사하지 못했습니다. 주소를 직접 선택하세요."), true);
-  }
-}
-
 async function change(endpoint, fields = {}) {
   try {
     await post(endpoint, fields);
@@ -73,7 +60,7 @@ async function change(endpoint, fields = {}) {
 }
 
 export function init() {
-  document.getElementById("home-copy").addEventListener("click", copyAddress);
+  initAddressCard();
   document.getElementById("home-start").addEventListener("click", guarded(() => change("server/start")));
   document.getElementById("home-stop").addEventListener("click", guarded(() => change("server/stop")));
   const form = document.getElementById("home-port-form");

@@ -15,6 +15,7 @@
 #include "transfer/TransferStatusReporter.h"
 #include "ui/ConsoleControlApi.h"
 #include "ui/ConsoleEvents.h"
+#include "ui/ConsoleQrApi.h"
 #include "ui/ConsoleSharingApi.h"
 #include "ui/ConsoleTexts.h"
 #include "ui/LogHistory.h"
@@ -89,6 +90,7 @@ void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
     if (endpoint == "limits/set") return SetLimits(request);
     if (ConsoleSharingApi(*services_.config, *services_.server).Serve(request, endpoint)) return;
     if (endpoint == "texts") return SendJson(request, 200, "OK", ConsoleTexts::Json());
+    if (endpoint == "qr") return ConsoleQrApi::Send(request);
     SendError(request, 404, "Not Found", "", Translate("찾을 수 없습니다."));
 }
 

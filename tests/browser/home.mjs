@@ -1,0 +1,118 @@
+// The console's Home as the owner uses it to tell visitors where to go: headless Debian
+// Chromium, driven by playwright-core, against the real program. The visitors' address is
+// on show, the copy button puts it on the clipboard (or, when the clipboard says no,
+// selects it), and the QR code beside it, photographed off the page, reads back with
+// Debian's zbarimg to exactly the address shown, also after the port changes.
+//
+// Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshots go).
+
+import { execFileSync } from "node:child_process";
+import fs from "node:fs";
+import net from "node:net";
+import os from "node:os";
+import path from "node:path";
+
+import { check, runBrowserTest } from "./harness.mjs";
+
+const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
+const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-home-"));
+const home = path.join(scratch, "home");
+fs.mkdirSync(home, { recursive: true });
+fs.writeFileSync(path.join(home, "mount.ini"), "uiLanguageFile=English.wul\r\nconsolePort=0\r\n");
+
+// A port nobody listens on at this moment.
+function freePort() {
+  return new Promise((resolve, reject) => {
+    const server = net.createServer();
+    server.once("error", reject);
+    server.listen(0, "0.0.0.0", () => {
+      const { port } = server.address();
+      server.close(() => resolve(port));
+    });
+  });
+}
+
+// What a phone's camera would read off the QR image as the page shows it now.
+async function scanQr(page, name) {
+  const file = path.join(buildDir, `browser-home-${name}.png`);
+  await page.locator("#home-qr").screenshot({ path: file });
+  try {
+    return execFileSync("zbarimg", ["--quiet", "--raw", "-Sbinary", file], {
+      stdio: ["ignore", "pipe", "ignore"],
+    }).toString();
+  } catch (error) {
+    return `(zbarimg found nothing: exit ${error.status})`;
+  }
+}
+
+await runBrowserTest({ home, scratch }, async ({ page, port, consoleUrl }) => {
+  const address = await consoleUrl;
+  check(address, "console address printed");
+  const consoleBase = new URL(address).origin;
+  await page.setViewportSize({ width: 1280, height: 900 });
+  await page.goto(address);
+  await page.waitForSelector("body[data-ready=true]");
+  const status = async () => (await page.request.get(`${consoleBase}/api/v1/status`)).json();
+  // Waits until the image shows the QR code of the address on show, and returns that address.
+  const shownQr = async () => {
+    await page.waitForFunction(() => {
+      const qr = document.getElementById("home-qr");
+      const shown = document.getElementById("home-address").textContent;
+      return !qr.hidden && qr.complete && qr.naturalWidth > 0 &&
+        qr.src.endsWith(`/api/v1/qr?text=${encodeURIComponent(shown)}`);
+    });
+    return page.textContent("#home-address");
+  };
+
+  // The address is the one visitors reach the program at, and its code says the same.
+  const first = await shownQr();
+  const { address: host } = await status();
+  check(first === `http://${host}:${port}/`, `visitors' address: ${first}`);
+  check((await page.getAttribute("#home-qr", "alt")).includes(first), "image described");
+  const scanned = await scanQr(page, "qr");
+  check(scanned === first, `QR code reads "${scanned}", page shows "${first}"`);
+
+  // Copied through the clipboard when allowed...
+  await page.context().grantPermissions(["clipboard-read", "clipboard-write"], { origin: consoleBase });
+  await page.click("#home-copy");
+  await page.waitForSelector("#notice:not([hidden])");
+  check((await page.evaluate(() => navigator.clipboard.readText())) === first, "address copied");
+  // ...and selected for the owner to copy when the clipboard refuses.
+  await page.evaluate(() => {
+    navigator.clipboard.writeText = () => Promise.reject(new DOMException("no", "NotAllowedError"));
+    window.getSelection().removeAllRanges();
+  });
+  await page.click("#home-copy");
+  check((await page.evaluate(() => window.getSelection().toString())) === first, "address selected");
+
+  // A new port makes a new address, and the code follows it.
+  const newPort = await freePort();
+  await page.fill("#home-port", String(newPort));
+  await page.click('#home-port-form button[type="submit"]');
+  await page.waitForFunction(
+    (p) => document.getElementById("home-address").textContent.includes(`:${p}/`),
+    newPort,
+  );
+  const second = await shownQr();
+  check(second === `http://${host}:${newPort}/`, `address after the port change: ${second}`);
+  const rescanned = await scanQr(page, "qr-new-port");
+  check(rescanned === second, `QR code after the port change reads "${rescanned}"`);
+
+  // Stopped, the address stays with a word that it does not open now.
+  await page.click("#home-stop");
+  await page.waitForSelector("#home-qr.is-stale");
+  check((await page.textContent("#home-qr-caption")).includes("stopped"), "stopped caption");
+  await page.click("#home-start");
+  await page.waitForSelector("#home-qr:not(.is-stale)");
+
+  // At a phone's width the card stacks, nothing runs off the side, and the code stays
+  // large enough to scan.
+  await page.setViewportSize({ width: 390, height: 844 });
+  const width = await page.evaluate(() => document.documentElement.scrollWidth);
+  check(width <= 390, `home fits a phone: ${width}px`);
+  const box = await page.locator("#home-qr").boundingBox();
+  check(box.x >= 0 && box.x + box.width <= 390 && box.width >= 200, `QR on a phone: ${JSON.stringify(box)}`);
+  check((await scanQr(page, "qr-phone")) === second, "QR code reads on a phone");
+  await page.screenshot({ path: path.join(buildDir, "browser-home-phone.png"), fullPage: true });
+  console.log("browser home test passed");
+});

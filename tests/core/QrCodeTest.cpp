@@ -1,0 +1,109 @@
+// Symbols made by our encoder, read back by Debian's zbarimg the way a phone's camera
+// reads them off the screen: every length that changes the version, every mask, and damage
+// the error correction must repair.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "core/QrCode.h"
+#include "support/QrScanner.h"
+
+namespace Zarn {
+namespace {
+
+using testing::GridOf;
+using testing::ScanQr;
+
+std::string Repeat(size_t length, std::string_view pattern = "0123456789abcdef") {
+    std::string text;
+    while (text.size() < length)
+        text += pattern;
+    text.resize(length);
+    return text;
+}
+
+TEST(QrCodeTest, ZbarReadsBackTextsOfManyKinds) {
+    std::string all_bytes;
+    for (int byte = 0; byte < 256; ++byte)
+        all_bytes += static_cast<char>(byte);
+    const std::string kTexts[] = {
+        "",
+        "h",
+        "hi",
+        "http://192.168.0.10:8080/",
+        "안녕하세요, 세계! 파일을 나눕니다",
+        "http://lumidrop-home-server.example.net:65535/shared/photos/2024/summer/" + Repeat(28),
+        std::string("nul\0inside", 10),
+        all_bytes.substr(128),
+    };
+    for (const std::string& text : kTexts) {
+        std::optional<QrCode> code = QrCode::Encode(text);
+        ASSERT_TRUE(code.has_value()) << text;
+        EXPECT_EQ(code->Size(), code->Version() * 4 + 17);
+        EXPECT_EQ(ScanQr(GridOf(*code)), text) << "version " << code->Version();
+    }
+}
+
+// The most bytes each version holds at level M; one more must take the next version.
+TEST(QrCodeTest, EachVersionUpToTenHoldsExactlyItsCapacity) {
+    const size_t kCapacity[] = {14, 26, 42, 62, 84, 106, 122, 152, 180, 213};
+    for (int version = 1; version <= 10; ++version) {
+        for (size_t length : {kCapacity[version - 1], kCapacity[version - 1] + 1}) {
+            std::string text = Repeat(length);
+            std::optional<QrCode> code = QrCode::Encode(text);
+            ASSERT_TRUE(code.has_value());
+            int expected = length == kCapacity[version - 1] ? version : version + 1;
+            EXPECT_EQ(code->Version(), expected) << length << " bytes";
+            EXPECT_EQ(ScanQr(GridOf(*code)), text) << length << " bytes";
+        }
+    }
+}
+
+TEST(QrCodeTest, LargeVersionsReadBackAndBeyondTheLargestNothingIsMade) {
+    // Versions with version information, many blocks of unequal lengths, and the irregular
+    // alignment spacing of version 32; 362, 1538 and 2331 are the most their versions hold.
+    const std::pair<size_t, int> kCases[] = {{362, 14}, {1000, 26}, {1538, 32}, {2331, 40}};
+    for (auto [length, version] : kCases) {
+        std::string text = Repeat(length, "QR code of the visitors' address / ");
+        std::optional<QrCode> code = QrCode::Encode(text);
+        ASSERT_TRUE(code.has_value()) << length;
+        EXPECT_EQ(code->Version(), version) << length;
+        EXPECT_EQ(ScanQr(GridOf(*code), 3), text) << length;
+    }
+    EXPECT_FALSE(QrCode::Encode(Repeat(2332)).has_value());
+    EXPECT_FALSE(QrCode::Encode(Repeat(100'000)).has_value());
+}
+
+TEST(QrCodeTest, EveryMaskReadsBackAndTheChosenOneScoresLowest) {
+    const std::string text = "http://10.0.0.7:8080/";
+    std::optional<QrCode> chosen = QrCode::Encode(text);
+    ASSERT_TRUE(chosen.has_value());
+    for (int mask = 0; mask < 8; ++mask) {
+        std::optional<QrCode> code = QrCode::Encode(text, mask);
+        ASSERT_TRUE(code.has_value());
+        EXPECT_EQ(code->Mask(), mask);
+        EXPECT_EQ(ScanQr(GridOf(*code)), text) << "mask " << mask;
+        EXPECT_LE(chosen->Penalty(), code->Penalty()) << "mask " << mask;
+    }
+    EXPECT_EQ(GridOf(*chosen), GridOf(*QrCode::Encode(text, chosen->Mask())));
+}
+
+TEST(QrCodeTest, ErrorCorrectionRepairsASmudgedPatch) {
+    // Version 5 has two blocks of 24 correction codewords each: a 6 x 6 patch spoils at
+    // most a dozen codewords, which an undamaged symbol's codewords repair.
+    const std::string text = Repeat(80, "http://192.168.1.20:8080/");
+    std::optional<QrCode> code = QrCode::Encode(text);
+    ASSERT_TRUE(code.has_value());
+    ASSERT_EQ(code->Version(), 5);
+    testing::QrGrid grid = GridOf(*code);
+    for (int y = 14; y < 20; ++y) {
+        for (int x = 14; x < 20; ++x)
+            grid[y][x] = !grid[y][x];
+    }
+    EXPECT_EQ(ScanQr(grid), text);
+}
+
+}  // namespace
+}  // namespace Zarn
