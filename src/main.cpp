@@ -29,23 +29,14 @@
 #include "ui/ConsoleAddressFile.h"
 #include "ui/ConsoleServer.h"
 #include "ui/ConsoleToken.h"
+#include "ui/FirstRunSetup.h"
+#include "ui/InitCommand.h"
 #include "ui/LogHistory.h"
 #include "ui/SingleInstanceLock.h"
 
 namespace {
 
 using namespace Zarn;
-
-// A new home folder speaks the owner's language: Korean for a Korean locale (the
-// program's own texts), English otherwise.
-std::string LanguageFromLocale() {
-    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const char* value = std::getenv(variable);
-        if (value == nullptr || *value == '\0') continue;
-        return std::strncmp(value, "ko", 2) == 0 ? "" : "English.wul";
-    }
-    return "English.wul";
-}
 
 bool AddCommandLineMounts(const CommandLine& line, MountManager& mounts) {
     for (const auto& [name, path] : line.mounts) {
@@ -70,7 +61,7 @@ int Serve(const CommandLine& line) {
     bool fresh = TekoFile::GetFileSize(settings_path) == TekoFile::kInvalidSize;
     KorvelConfig config(settings_path);
     if (fresh) {
-        config.uiLanguageFile = LanguageFromLocale();
+        config.uiLanguageFile = FirstRunSetup::LanguageFromLocale();
         (void)config.Save();
     }
     SingleInstanceLock instance;
@@ -142,10 +133,12 @@ int Serve(const CommandLine& line) {
     // holding its port (a second home, say) is no reason to stop sharing.
     LogHistory log_history(log_queue);
     std::optional<std::string> token = ConsoleToken::LoadOrCreate(home);
-    ConsoleServer console({.token = token.value_or(""),
-                           .port = {},
-                           .api = {.config = &config, .server = &server, .log = &log_history}});
-    if (token && console.Start(config.consolePort)) {
+    ConsoleServer console(
+        {.token = token.value_or(""),
+         .port = {},
+         .api = {.config = &config, .server = &server, .log = &log_history, .new_home = fresh}});
+    int console_port = line.console_port.value_or(config.consolePort);
+    if (token && console.Start(console_port)) {
         std::printf("Owner's console: http://127.0.0.1:%d/?token=%s\n", console.GetPort(),
                     token->c_str());
         std::fflush(stdout);
@@ -154,8 +147,7 @@ int Serve(const CommandLine& line) {
         int code = LastSocketError();
         log_writer.Flush();
         std::fprintf(stderr, "lumidrop: the owner's console cannot listen on port %d: %s\n",
-                     static_cast<int>(config.consolePort),
-                     token ? ErrorText(code) : "no console.token could be made");
+                     console_port, token ? ErrorText(code) : "no console.token could be made");
     }
 
     int received = 0;
@@ -172,6 +164,13 @@ int Serve(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "init") == 0) {
+        return Zarn::InitCommand::Run(
+            std::vector<std::string>(argv + 2, argv + argc),
+            {.find_address = [](Zarn::KorvelConfig& config) {
+                return Zarn::UpdateIPStringThread({.config = &config}).ComputeAddress();
+            }});
+    }
     std::string error;
     std::optional<Zarn::CommandLine> line =
         Zarn::CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc), error);

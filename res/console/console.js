@@ -10,6 +10,7 @@ import { startLive } from "./live.js";
 import * as log from "./log.js";
 import * as mounts from "./mounts.js";
 import * as transfers from "./transfers.js";
+import * as wizard from "./wizard.js";
 
 const views = { home, mounts, accounts, ipfilter, limits, transfers, log };
 // Which views show what a "settings" event names as changed.
@@ -56,6 +57,11 @@ function onSettings(what) {
 async function start() {
   await loadTexts();
   translatePage();
+  if (await wizard.isDue()) {
+    wizard.run();
+    document.body.dataset.ready = "true";
+    return;
+  }
   for (const view of Object.values(views)) view.init?.();
   window.addEventListener("hashchange", showView);
   showView();

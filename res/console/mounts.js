@@ -2,12 +2,12 @@
 // picker walks the owner's own folders.
 
 import { T, clearErrors, el, getJson, guarded, isMissing, post, showMissing } from "./api.js";
+import { folderPicker } from "./picker.js";
 
 const view = document.getElementById("view-mounts");
 const dialog = document.getElementById("mount-dialog");
 const form = document.getElementById("mount-form");
-let pickerPath = "";
-let pickerParent = "";
+let picker = null;
 
 function row(mount) {
   const edit = el("button", { type: "button", onclick: () => openDialog(mount) }, T("편집"));
@@ -48,7 +48,7 @@ export async function show() {
 function openDialog(mount) {
   clearErrors(form);
   form.reset();
-  document.getElementById("picker").hidden = true;
+  picker.hide();
   document.getElementById("mount-dialog-title").textContent = mount ? T("마운트 편집") : T("마운트 추가");
   form.elements.original.value = mount ? mount.name : "";
   form.elements.name.value = mount ? mount.name : "";
@@ -80,28 +80,6 @@ async function removeMount(name) {
   await show();
 }
 
-async function browse(path) {
-  const listing = await getJson(`fs/list?path=${encodeURIComponent(path)}`);
-  pickerPath = listing.path;
-  pickerParent = listing.parent;
-  document.getElementById("picker-path").textContent = listing.path;
-  document.getElementById("picker-up").disabled = !listing.parent || listing.parent === listing.path;
-  const folders = listing.folders.map((name) =>
-    el(
-      "li",
-      {},
-      el("button", { type: "button", class: "folder", onclick: guarded(() => browse(join(pickerPath, name)), form) }, name),
-    ),
-  );
-  document.getElementById("picker-folders").replaceChildren(...folders);
-  document.getElementById("picker-empty").hidden = folders.length > 0;
-  document.getElementById("picker").hidden = false;
-}
-
-function join(folder, name) {
-  return folder.endsWith("/") ? folder + name : `${folder}/${name}`;
-}
-
 export function init() {
   document.getElementById("mounts-add").addEventListener("click", () => openDialog(null));
   document.getElementById("mount-cancel").addEventListener("click", () => dialog.close());
@@ -109,16 +87,13 @@ export function init() {
     event.preventDefault();
     guarded(save, form)();
   });
-  document.getElementById("mount-browse").addEventListener(
-    "click",
-    guarded(() => browse(form.elements.path.value.trim() || "/"), form),
-  );
-  document.getElementById("picker-up").addEventListener("click", guarded(() => browse(pickerParent), form));
-  document.getElementById("picker-choose").addEventListener("click", () => {
-    form.elements.path.value = pickerPath;
+  picker = folderPicker("picker", form, (path) => {
+    form.elements.path.value = path;
     form.elements.isFolder.checked = true;
-    document.getElementById("picker").hidden = true;
     form.elements.path.focus();
   });
+  document.getElementById("mount-browse").addEventListener(
+    "click",
+    guarded(() => picker.browse(form.elements.path.value.trim() || "/"), form),
+  );
 }
-

@@ -56,6 +56,7 @@ void KorvelConfig::RegisterAll() {
     // The folder first offered when the owner adds a share; the Windows drive root
     // "C:\" becomes the root of the file system.
     Register("lastAddMountDirectory", &lastAddMountDirectory, "/");
+    Register("firstRunDone", &firstRunDone, false);
     RegisterList("mounts", &mounts);
     RegisterList("ipFilterTable", &ipFilterTable);
     RegisterList("users", &users);

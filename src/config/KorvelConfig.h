@@ -72,6 +72,9 @@ public:
     std::string defaultSkin;
     std::string uiLanguageFile;
     std::string lastAddMountDirectory;
+    // The first-run wizard was finished or skipped (or the home was made by `lumidrop
+    // init`), so the console never offers it again.
+    bool firstRunDone = false;
     std::vector<std::string> mounts;
     std::vector<std::string> ipFilterTable;
     std::vector<std::string> users;

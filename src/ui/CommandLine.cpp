@@ -27,7 +27,8 @@ std::optional<CommandLine> CommandLine::Parse(const std::vector<std::string>& ar
             line.show_version = true;
         } else if (option == "--help" || option == "-h") {
             line.show_help = true;
-        } else if (option == "--home" || option == "--port" || option == "--mount") {
+        } else if (option == "--home" || option == "--port" || option == "--console-port" ||
+                   option == "--mount") {
             if (i + 1 >= arguments.size()) {
                 error = option + " needs a value";
                 return std::nullopt;
@@ -35,10 +36,11 @@ std::optional<CommandLine> CommandLine::Parse(const std::vector<std::string>& ar
             const std::string& value = arguments[++i];
             if (option == "--home") {
                 line.home = value;
-            } else if (option == "--port") {
-                line.port = ParsePort(value);
-                if (!line.port) {
-                    error = "--port takes a number from 0 to 65535, not '" + value + "'";
+            } else if (option == "--port" || option == "--console-port") {
+                std::optional<int>& port = option == "--port" ? line.port : line.console_port;
+                port = ParsePort(value);
+                if (!port) {
+                    error = option + " takes a number from 0 to 65535, not '" + value + "'";
                     return std::nullopt;
                 }
             } else {
@@ -58,13 +60,18 @@ std::optional<CommandLine> CommandLine::Parse(const std::vector<std::string>& ar
 }
 
 std::string CommandLine::HelpText() {
-    return "Usage: lumidrop [--home DIR] [--port N] [--mount NAME=PATH]... [--version] [--help]\n"
+    return "Usage: lumidrop [--home DIR] [--port N] [--console-port N] [--mount NAME=PATH]...\n"
+           "                [--version] [--help]\n"
+           "       lumidrop init --mount NAME=PATH [options]   set up a home without a browser\n"
+           "                                                    (lumidrop init --help)\n"
            "\n"
            "Korvel Lumidrop shares folders and files of this machine over HTTP.\n"
            "\n"
            "  --home DIR         keep settings, language files, skins and logs in DIR\n"
            "                     (default: ~/.config/lumidrop)\n"
            "  --port N           listen on port N for this run (not saved)\n"
+           "  --console-port N   the owner's console on port N for this run (0: any free\n"
+           "                     port; not saved)\n"
            "  --mount NAME=PATH  share the folder or file PATH as /NAME/ (saved)\n"
            "  --version          print the version and exit\n"
            "  --help             print this help and exit\n";

@@ -8,10 +8,12 @@
 namespace Zarn {
 
 // The program's command line:
-//   lumidrop [--home DIR] [--port N] [--mount NAME=PATH]... [--version] [--help]
+//   lumidrop [--home DIR] [--port N] [--console-port N] [--mount NAME=PATH]... [--version]
+//            [--help]
 struct CommandLine {
     std::optional<std::string> home;
     std::optional<int> port;
+    std::optional<int> console_port;
     std::vector<std::pair<std::string, std::string>> mounts;  // name, local path
     bool show_version = false;
     bool show_help = false;

@@ -9,12 +9,10 @@
 #include "share/MountManager.h"
 #include "ui/ConsoleApi.h"
 #include "ui/ConsoleSharingApi.h"
+#include "ui/SharingRules.h"
 
 namespace Zarn {
 namespace {
-
-constexpr size_t kMaxNameBytes = 255;
-constexpr size_t kMaxPasswordBytes = 1024;
 
 bool IsAnonymous(const std::string& name) {
     return name == AccountManager::kAnonymous;
@@ -22,25 +20,6 @@ bool IsAnonymous(const std::string& name) {
 
 std::string DisplayName(const std::string& name) {
     return IsAnonymous(name) ? Translate("익명 사용자") : name;
-}
-
-// Basic credentials end the user name at the first colon, and names beginning with a dot
-// are kept for the system's own accounts.
-bool IsAccountName(const std::string& name) {
-    return name.size() <= kMaxNameBytes && !name.starts_with('.') &&
-           name.find(':') == std::string::npos && !ConsoleSharingApi::HasControlCharacter(name);
-}
-
-// The rights bits 0..15, or nothing.
-std::optional<uint32_t> ParseRights(const std::string& text) {
-    if (text.empty() || text.size() > 2) return std::nullopt;
-    uint32_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return std::nullopt;
-        value = value * 10 + static_cast<uint32_t>(c - '0');
-    }
-    if (value > (kRightList | kRightDownload | kRightUpload | kRightAdmin)) return std::nullopt;
-    return value;
 }
 
 void WriteAccount(JsonWriter& json, const std::string& name) {
@@ -85,22 +64,12 @@ bool ConsoleAccountsApi::FindOwnAccount(HttpRequest& request, std::string& name)
 
 bool ConsoleAccountsApi::CheckNewName(HttpRequest& request, const char* field,
                                       const std::string& name) {
-    if (name.empty()) {
-        ConsoleApi::SendError(request, 400, "Bad Request", field, Translate("이름을 입력하세요."));
-        return false;
-    }
-    if (accounts_.GetPassword(name)) {
-        ConsoleApi::SendError(request, 409, "Conflict", field,
-                              Translate("같은 이름의 계정이 이미 있습니다."));
-        return false;
-    }
-    if (!IsAccountName(name)) {
-        ConsoleApi::SendError(
-            request, 400, "Bad Request", field,
-            Translate("계정 이름에는 ':'나 제어 문자를 쓸 수 없고, 점으로 시작할 수 없습니다."));
-        return false;
-    }
-    return true;
+    std::optional<SharingRules::Refusal> fault =
+        SharingRules::FindAccountNameFault(accounts_, field, name);
+    if (!fault) return true;
+    ConsoleApi::SendError(request, fault->code, fault->code == 409 ? "Conflict" : "Bad Request",
+                          fault->field, Translate(fault->key));
+    return false;
 }
 
 void ConsoleAccountsApi::Add(HttpRequest& request) {
@@ -124,9 +93,9 @@ void ConsoleAccountsApi::StorePassword(HttpRequest& request, const std::string& 
     // Blanks around a password are the owner's to choose, so it is taken as sent.
     std::string password;
     (void)request.GetFormParameter("password", password);
-    if (password.size() > kMaxPasswordBytes) {
-        return ConsoleApi::SendError(request, 400, "Bad Request", "password",
-                                     Translate("값이 너무 깁니다."));
+    if (std::optional<SharingRules::Refusal> fault = SharingRules::FindPasswordFault(password)) {
+        return ConsoleApi::SendError(request, fault->code, "Bad Request", fault->field,
+                                     Translate(fault->key));
     }
     if (!accounts_.SetAccount(name, password)) return ConsoleApi::SendSaveFailure(request);
     SendAccount(request, name);
@@ -194,7 +163,8 @@ void ConsoleAccountsApi::SetRights(HttpRequest& request) {
         return ConsoleApi::SendError(request, 404, "Not Found", "mount",
                                      Translate("그런 공유가 없습니다."));
     }
-    std::optional<uint32_t> rights = ParseRights(ConsoleSharingApi::Field(request, "rights"));
+    std::optional<uint32_t> rights =
+        SharingRules::ParseRights(ConsoleSharingApi::Field(request, "rights"));
     if (!rights) {
         return ConsoleApi::SendError(request, 400, "Bad Request", "rights",
                                      Translate("값이 올바르지 않습니다."));

@@ -16,6 +16,7 @@
 #include "ui/ConsoleControlApi.h"
 #include "ui/ConsoleEvents.h"
 #include "ui/ConsoleQrApi.h"
+#include "ui/ConsoleSetupApi.h"
 #include "ui/ConsoleSharingApi.h"
 #include "ui/ConsoleTexts.h"
 #include "ui/LogHistory.h"
@@ -76,6 +77,7 @@ std::optional<int64_t> ConsoleApi::ParseInteger(std::string_view text, int64_t l
 bool ConsoleApi::IsChange(std::string_view endpoint) {
     if (ConsoleSharingApi::IsChange(endpoint)) return true;
     if (ConsoleControlApi::IsChange(endpoint)) return true;
+    if (ConsoleSetupApi::IsChange(endpoint)) return true;
     return endpoint == "transfers/kick" || endpoint == "limits/set";
 }
 
@@ -89,6 +91,9 @@ void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
     if (endpoint == "limits") return SendLimits(request);
     if (endpoint == "limits/set") return SetLimits(request);
     if (ConsoleSharingApi(*services_.config, *services_.server).Serve(request, endpoint)) return;
+    if (ConsoleSetupApi(*services_.config, *services_.server, services_.new_home)
+            .Serve(request, endpoint))
+        return;
     if (endpoint == "texts") return SendJson(request, 200, "OK", ConsoleTexts::Json());
     if (endpoint == "qr") return ConsoleQrApi::Send(request);
     SendError(request, 404, "Not Found", "", Translate("찾을 수 없습니다."));

@@ -28,6 +28,9 @@ public:
         KorvelConfig* config = nullptr;
         KorvelServer* server = nullptr;
         LogHistory* log = nullptr;
+        // The program made the home's settings file in this run: the first-run wizard
+        // may be due.
+        bool new_home = false;
         std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     };
 

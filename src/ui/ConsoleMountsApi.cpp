@@ -14,20 +14,10 @@
 #include "share/AccountManager.h"
 #include "ui/ConsoleApi.h"
 #include "ui/ConsoleSharingApi.h"
+#include "ui/SharingRules.h"
 
 namespace Zarn {
 namespace {
-
-constexpr size_t kMaxNameBytes = 255;
-constexpr size_t kMaxNoteBytes = 4096;
-
-// The first segment of a request path picks the mount, so a name may be anything that
-// stays one segment and survives a log line.
-bool IsMountName(std::string_view name) {
-    return !name.empty() && name.size() <= kMaxNameBytes &&
-           name.find('/') == std::string_view::npos && name != "." && name != ".." &&
-           !ConsoleSharingApi::HasControlCharacter(name);
-}
 
 // Hidden entries last, each group in byte order.
 bool ListedBefore(const std::string& a, const std::string& b) {
@@ -81,32 +71,6 @@ void ConsoleMountsApi::SendMount(HttpRequest& request, const std::string& name) 
     ConsoleApi::SendJson(request, 200, "OK", json.Text());
 }
 
-std::optional<ConsoleMountsApi::Refusal> ConsoleMountsApi::FindFault(
-    const Mount& mount, const std::string& original) const {
-    if (mount.name.empty()) return Refusal{400, "name", TranslationKey("이름을 입력하세요.")};
-    if (!IsMountName(mount.name)) {
-        return Refusal{400, "name", TranslationKey("이름에 '/'나 제어 문자를 쓸 수 없습니다.")};
-    }
-    if (mount.name != original && mounts_.GetMount(mount.name)) {
-        return Refusal{409, "name", TranslationKey("같은 이름의 공유가 이미 있습니다.")};
-    }
-    if (mount.note.size() > kMaxNoteBytes) {
-        return Refusal{400, "note", TranslationKey("값이 너무 깁니다.")};
-    }
-    if (!mount.local_path.starts_with('/') || mount.local_path.find('\0') != std::string::npos) {
-        return Refusal{400, "path", TranslationKey("경로는 /로 시작하는 절대 경로여야 합니다.")};
-    }
-    struct stat info {};
-    bool found = ::stat(mount.local_path.c_str(), &info) == 0;
-    if (mount.is_folder && !(found && S_ISDIR(info.st_mode))) {
-        return Refusal{400, "path", TranslationKey("그 폴더가 없습니다.")};
-    }
-    if (!mount.is_folder && !(found && S_ISREG(info.st_mode))) {
-        return Refusal{400, "path", TranslationKey("그 파일이 없습니다.")};
-    }
-    return std::nullopt;
-}
-
 bool ConsoleMountsApi::ReadForm(HttpRequest& request, const std::string& original, Mount& mount) {
     // An edit keeps what the form leaves out; an addition starts from nothing.
     for (auto [field, value] :
@@ -116,16 +80,16 @@ bool ConsoleMountsApi::ReadForm(HttpRequest& request, const std::string& origina
             *value = ConsoleSharingApi::Field(request, field);
         }
     }
-    std::optional<Refusal> fault;
+    std::optional<SharingRules::Refusal> fault;
     if (!ConsoleSharingApi::ReadSwitch(request, "isFolder", mount.is_folder, mount.is_folder)) {
-        fault = Refusal{400, "isFolder", TranslationKey("값이 올바르지 않습니다.")};
+        fault = SharingRules::Refusal{400, "isFolder", TranslationKey("값이 올바르지 않습니다.")};
     } else if (!ConsoleSharingApi::ReadSwitch(request, "option", mount.option, mount.option)) {
-        fault = Refusal{400, "option", TranslationKey("값이 올바르지 않습니다.")};
+        fault = SharingRules::Refusal{400, "option", TranslationKey("값이 올바르지 않습니다.")};
     } else {
         // Stored without "." or ".." segments or doubled slashes, as a picker would give it.
         if (mount.local_path.starts_with('/'))
             mount.local_path = MakeAbsolutePath(mount.local_path);
-        fault = FindFault(mount, original);
+        fault = SharingRules::FindMountFault(mounts_, mount, original);
     }
     if (!fault) return true;
     ConsoleApi::SendError(request, fault->code, fault->code == 409 ? "Conflict" : "Bad Request",

@@ -33,18 +33,9 @@ public:
     static void WriteMount(JsonWriter& json, const Mount& mount);
 
 private:
-    struct Refusal {
-        int code;
-        const char* field;
-        const char* key;  // the message, translated when it is sent
-    };
-
     // Reads the form's fields over `mount` and checks the result; false (with the
     // refusal sent) when a field is wrong. `original` is the name being edited, if any.
     bool ReadForm(HttpRequest& request, const std::string& original, Mount& mount);
-    // What is wrong with the mount the form asks for, if anything.
-    [[nodiscard]] std::optional<Refusal> FindFault(const Mount& mount,
-                                                   const std::string& original) const;
     void SendMount(HttpRequest& request, const std::string& name);
 
     KorvelConfig& config_;

@@ -18,8 +18,8 @@ export function check(condition, what) {
 
 // Starts the program on a free port; `port` resolves once it listens, `consoleUrl` to the
 // owner's console address when the program prints one (null if it exits first).
-function startProgram(home) {
-  const child = spawn(process.env.LUMIDROP_BINARY, ["--home", home, "--port", "0"], {
+function startProgram(home, args = []) {
+  const child = spawn(process.env.LUMIDROP_BINARY, ["--home", home, "--port", "0", ...args], {
     stdio: ["ignore", "pipe", "inherit"],
   });
   const lines = readline.createInterface({ input: child.stdout });
@@ -46,10 +46,11 @@ async function stopProgram(child) {
   await exited;
 }
 
-// Runs `steps({ page, base, port, consoleUrl })` against the program started with `home`,
-// then removes `scratch` (which holds the home folder and the shared files) and exits.
-export async function runBrowserTest({ home, scratch }, steps) {
-  const { child, port: portPromise, consoleUrl } = startProgram(home);
+// Runs `steps({ page, base, port, consoleUrl })` against the program started with `home`
+// (and any further `args`), then removes `scratch` (which holds the home folder and the
+// shared files) and exits.
+export async function runBrowserTest({ home, scratch, args = [] }, steps) {
+  const { child, port: portPromise, consoleUrl } = startProgram(home, args);
   let browser;
   let failed = false;
   try {

@@ -26,6 +26,7 @@ const std::string kHandWritten =
     "defaultSkin=\r\n"
     "defaultUrlCodepage=949\r\n"
     "downloadConnectionLimit=4\r\n"
+    "firstRunDone=1\r\n"
     "followLinksOutOfMounts=0\r\n"
     "getPublicIP=0\r\n"
     "keepAliveTimeout=40\r\n"

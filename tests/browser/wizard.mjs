@@ -1,0 +1,105 @@
+// The first-run wizard as a new owner meets it: the real program on a home it makes in
+// this run, its console in headless Debian Chromium. The owner switches the language,
+// keeps the port, picks the folder with the picker (its name is proposed), lets anonymous
+// visitors upload but not list, skips the account and ends on Home with the visitors'
+// address; a visitor then uses the new share, and the wizard is not offered again.
+//
+// Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshots go).
+
+import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
+
+import { check, runBrowserTest } from "./harness.mjs";
+
+const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
+const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-wizard-"));
+const home = path.join(scratch, "home");
+const photos = path.join(scratch, "folders", "holiday photos");
+fs.mkdirSync(photos, { recursive: true });
+fs.writeFileSync(path.join(photos, "beach.txt"), "sand and sea");
+
+const args = ["--console-port", "0"];
+await runBrowserTest({ home, scratch, args }, async ({ page, base, consoleUrl }) => {
+  const address = await consoleUrl;
+  check(address && address.includes("/?token="), `console address printed: ${address}`);
+  const consoleBase = new URL(address).origin;
+  const api = async (endpoint) => (await page.request.get(`${consoleBase}/api/v1/${endpoint}`)).json();
+  const progress = () => page.textContent("#wizard-progress");
+
+  await page.goto(address);
+  await page.waitForSelector("body[data-ready=true]");
+  check(!(await page.isHidden("#view-wizard")), "the wizard opens instead of Home");
+  check(await page.isHidden("#view-home"), "Home waits for the wizard");
+  check(await page.isHidden(".top nav"), "no tabs during the wizard");
+
+  // Language: Korean first, then English, each switching the wizard at once.
+  await page.selectOption("#wizard-language", "");
+  await page.waitForFunction(() => document.getElementById("wizard-next").textContent === "다음");
+  check((await progress()) === "단계 1 / 5", `Korean progress: ${await progress()}`);
+  await page.selectOption("#wizard-language", "English.wul");
+  await page.waitForFunction(() => document.getElementById("wizard-next").textContent === "Next");
+  check((await progress()) === "Step 1 of 5", `English progress: ${await progress()}`);
+  await page.click("#wizard-next");
+
+  // Port: the one it listens on, kept.
+  const port = new URL(base).port;
+  check((await page.inputValue("#wizard-port")) === port, "the listening port is proposed");
+  await page.click("#wizard-next");
+
+  // Folder: nothing chosen is refused on its step; then the picker, which proposes a name.
+  await page.click("#wizard-next");
+  await page.waitForSelector("#wizard-path[aria-invalid=true]");
+  await page.click("#wizard-browse");
+  await page.waitForSelector("#wizard-picker:not([hidden])");
+  for (const folder of [...path.dirname(photos).split("/").filter(Boolean), "holiday photos"]) {
+    await page.click(`#wizard-picker-folders button:text-is("${folder}")`);
+  }
+  await page.waitForFunction((p) => document.getElementById("wizard-picker-path").textContent === p, photos);
+  await page.click("#wizard-picker-choose");
+  check((await page.inputValue("#wizard-path")) === photos, "the picked folder fills the path");
+  check((await page.inputValue("#wizard-name")) === "holiday photos", "the name is proposed");
+  await page.fill("#wizard-name", "holiday");
+  await page.screenshot({ path: path.join(buildDir, "browser-wizard-folder.png"), fullPage: true });
+  await page.click("#wizard-next");
+
+  // Visitors: listing and downloading are on by default; upload on, listing off.
+  check(await page.isChecked("#wizard-list"), "list on by default");
+  check(await page.isChecked("#wizard-download"), "download on by default");
+  check(!(await page.isChecked("#wizard-upload")), "upload off by default");
+  await page.uncheck("#wizard-list");
+  await page.check("#wizard-upload");
+  await page.click("#wizard-next");
+
+  // Account: mismatched passwords are refused in place; then no account at all.
+  await page.fill("#wizard-user", "me");
+  await page.fill("#wizard-password", "one");
+  await page.fill("#wizard-password2", "two");
+  await page.click("#wizard-finish");
+  await page.waitForSelector("#wizard-password2[aria-invalid=true]");
+  await page.fill("#wizard-user", "");
+  await page.click("#wizard-finish");
+
+  // Home, with the visitors' address.
+  await page.waitForSelector("body[data-ready=true]");
+  await page.waitForSelector("#view-home:not([hidden])");
+  await page.waitForFunction(() => document.getElementById("home-address").textContent.includes("http://"));
+  const shown = await page.textContent("#home-address");
+  check(shown.endsWith(`:${port}/`), `visitors' address on Home: ${shown}`);
+  check(!(await page.isHidden(".top nav")), "the tabs are back");
+  await page.screenshot({ path: path.join(buildDir, "browser-wizard-home.png"), fullPage: true });
+
+  // A visitor downloads from the new share, cannot list it, and may upload to it.
+  const file = await page.request.get(`${base}/holiday/beach.txt`);
+  check(file.status() === 200 && (await file.text()) === "sand and sea", `download: ${file.status()}`);
+  const listing = await page.request.get(`${base}/holiday/`);
+  check(listing.status() !== 200, `listing refused: ${listing.status()}`);
+  const rights = await api("rights");
+  check(rights.rights[".anonymous"].holiday === 6, `anonymous rights: ${JSON.stringify(rights)}`);
+  check((await api("setup")).due === false, "the wizard is done");
+
+  // Opening the console again goes straight to Home.
+  await page.reload();
+  await page.waitForSelector("body[data-ready=true]");
+  check(await page.isHidden("#view-wizard"), "no wizard the second time");
+});

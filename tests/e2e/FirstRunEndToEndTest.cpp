@@ -1,0 +1,166 @@
+// A new home set up by the real program: with `lumidrop init` and no browser, and through
+// the console's setup endpoints as the wizard calls them. What was chosen is then served
+// (or refused) to real visitors over real sockets.
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "core/Base64.h"
+#include "support/RunningShare.h"
+
+namespace Zarn {
+namespace {
+
+using testing::Contains;
+using testing::HttpResponse;
+using testing::ProgramRunner;
+
+class FirstRunEndToEndTest : public testing::RunningShare {
+protected:
+    void SetUp() override { share_.Write("a.txt", "shared"); }
+
+    int Init(std::vector<std::string> options, std::string& error_output) {
+        std::vector<std::string> arguments = {"init", "--home", home_.Path()};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        return ProgramRunner::RunToEnd(arguments, error_output);
+    }
+    std::string Mount() const { return "docs=" + share_.Path(); }
+};
+
+TEST_F(FirstRunEndToEndTest, InitSharesTheFolderWithTheAnonymousRightsChosen) {
+    std::string error;
+    ASSERT_EQ(Init({"--mount", Mount()}, error), 0) << error;
+    Relaunch();
+    EXPECT_EQ(Visit("/docs/").status, 200);
+    EXPECT_EQ(Visit("/docs/a.txt").body, "shared");
+    EXPECT_GE(Upload("/docs/?key=k", "b.txt", "visitor").status, 400);
+    EXPECT_FALSE(share_.Exists("b.txt"));
+}
+
+TEST_F(FirstRunEndToEndTest, InitGivesTheOwnersAccountUploadsAndVisitorsOnlyWhatWasChosen) {
+    testing::TempFolder secrets;
+    secrets.Write("password", "s3cret\n");
+    std::string error;
+    ASSERT_EQ(Init({"--mount", Mount(), "--anonymous-rights", "1", "--user", "me",
+                    "--password-file", secrets / "password"},
+                   error),
+              0)
+        << error;
+    Relaunch();
+    EXPECT_EQ(Visit("/docs/").status, 200);
+    EXPECT_NE(Visit("/docs/a.txt").status, 200);
+    std::string owner = "Authorization: Basic " + Base64Encode("me:s3cret") + "\r\n";
+    HttpResponse upload = Upload("/docs/?key=k", "mine.txt", "owner's", owner);
+    EXPECT_EQ(upload.status, 200) << upload.body;
+    EXPECT_EQ(share_.Read("mine.txt"), "owner's") << upload.body;
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "firstRunDone=1"));
+}
+
+TEST_F(FirstRunEndToEndTest, InitRefusesWrongChoicesAndWritesNoSettings) {
+    struct Case {
+        std::vector<std::string> options;
+        int status;
+        const char* says;
+    };
+    const std::vector<Case> cases = {
+        {{}, 2, "--mount"},
+        {{"--mount", "docs"}, 2, "NAME=PATH"},
+        {{"--mount", "docs=/nowhere/at/all"}, 2, "--mount:"},
+        {{"--mount", "a/b=" + share_.Path()}, 2, "--mount:"},
+        {{"--mount", Mount(), "--anonymous-rights", "16"}, 2, "--anonymous-rights"},
+        {{"--mount", Mount(), "--port", "0"}, 2, "--port"},
+        {{"--mount", Mount(), "--language", "Klingon.wul"}, 2, "--language:"},
+        {{"--mount", Mount(), "--user", "me"}, 2, "--password-file"},
+        {{"--mount", Mount(), "--user", "me", "--password-file", "/nowhere"}, 2, "cannot read"},
+        {{"--mount", Mount(), "--user", "a:b", "--password-file", "/etc/hostname"}, 2, "--user:"},
+        {{"--mount", Mount(), "--bogus"}, 2, "unknown option"},
+    };
+    for (const Case& test : cases) {
+        std::string error;
+        EXPECT_EQ(Init(test.options, error), test.status) << error;
+        EXPECT_TRUE(Contains(error, test.says)) << error;
+        EXPECT_FALSE(home_.Exists("mount.ini")) << error;
+    }
+}
+
+TEST_F(FirstRunEndToEndTest, InitLeavesASetUpOrRunningHomeAloneUnlessForced) {
+    std::string error;
+    ASSERT_EQ(Init({"--mount", Mount()}, error), 0) << error;
+    std::string settings = home_.Read("mount.ini");
+    EXPECT_EQ(Init({"--mount", "more=" + share_.Path()}, error), 1);
+    EXPECT_TRUE(Contains(error, "--force")) << error;
+    EXPECT_EQ(home_.Read("mount.ini"), settings);
+
+    Relaunch();
+    EXPECT_EQ(Init({"--mount", "more=" + share_.Path(), "--force"}, error), 1);
+    EXPECT_TRUE(Contains(error, "running")) << error;
+    Stop();
+
+    EXPECT_EQ(Init({"--mount", Mount(), "--force"}, error), 2);
+    EXPECT_EQ(Init({"--mount", "more=" + share_.Path(), "--force"}, error), 0) << error;
+    Relaunch();
+    EXPECT_EQ(Visit("/docs/a.txt").status, 200);
+    EXPECT_EQ(Visit("/more/a.txt").status, 200);
+}
+
+// The console of a program that made its home in this run, as the wizard drives it.
+class SetupWizardEndToEndTest : public testing::RunningShare {
+protected:
+    void StartFresh() {
+        Stop();
+        program_ = std::make_unique<ProgramRunner>(home_.Path(),
+                                                   std::vector<std::string>{"--console-port", "0"});
+        port_ = program_->Port();
+        console_.emplace(*program_);
+    }
+    bool Due() const { return Contains(console_->Get("setup").body, "\"due\":true"); }
+};
+
+TEST_F(SetupWizardEndToEndTest, IsDueOnANewHomeUntilFinishedAndNeverAgain) {
+    share_.Write("a.txt", "shared");
+    StartFresh();
+    HttpResponse setup = console_->Get("setup");
+    EXPECT_TRUE(Contains(setup.body, "\"due\":true")) << setup.body;
+    EXPECT_TRUE(Contains(setup.body, "\"file\":\"English.wul\"")) << setup.body;
+
+    // A refused choice names its field and finishes nothing.
+    HttpResponse refused =
+        console_->Post("setup/finish", "name=docs&path=%2Fnowhere&anonymousRights=3");
+    EXPECT_EQ(refused.status, 400);
+    EXPECT_TRUE(Contains(refused.body, "\"field\":\"path\"")) << refused.body;
+    EXPECT_TRUE(Due());
+    // Only the console's own script may finish it.
+    EXPECT_EQ(console_->Post("setup/finish", "skip=1", "").status, 403);
+
+    EXPECT_EQ(console_->Post("setup/language", "language=").status, 200);
+    EXPECT_TRUE(Contains(console_->Get("texts").body, "\"홈\":\"홈\""));
+    EXPECT_EQ(console_->Post("setup/language", "language=English.wul").status, 200);
+    EXPECT_TRUE(Contains(console_->Get("texts").body, "\"홈\":\"Home\""));
+
+    std::string form = "name=docs&path=" + share_.Path() + "&anonymousRights=7&user=&password=";
+    HttpResponse finished = console_->Post("setup/finish", form);
+    ASSERT_EQ(finished.status, 200) << finished.body;
+    EXPECT_FALSE(Due());
+    EXPECT_EQ(console_->Post("setup/finish", "skip=1").status, 409);
+    EXPECT_EQ(Visit("/docs/a.txt").body, "shared");
+    EXPECT_EQ(Upload("/docs/?key=k", "b.txt", "visitor").status, 200);
+    EXPECT_EQ(share_.Read("b.txt"), "visitor");
+
+    StartFresh();
+    EXPECT_FALSE(Due());
+}
+
+TEST_F(SetupWizardEndToEndTest, SkippingIsRememberedAndAnOlderHomeNeverSeesIt) {
+    StartFresh();
+    ASSERT_TRUE(Due());
+    EXPECT_EQ(console_->Post("setup/finish", "skip=1").status, 200);
+    EXPECT_FALSE(Due());
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "firstRunDone=1"));
+
+    StartWithConsole();
+    EXPECT_FALSE(Due());
+}
+
+}  // namespace
+}  // namespace Zarn

@@ -1,0 +1,134 @@
+// The first choices of a new home, made on a real settings file and real folders: every
+// refused choice names its field and leaves the home unwritten, and accepted choices reach
+// the registries and the file as the program reads them at its next start.
+
+#include <gtest/gtest.h>
+
+#include "config/KorvelConfig.h"
+#include "i18n/LocalizationStringTable.h"
+#include "share/AccountManager.h"
+#include "share/MountManager.h"
+#include "support/TempFolder.h"
+#include "ui/FirstRunSetup.h"
+
+namespace Zarn {
+namespace {
+
+using testing::TempFolder;
+
+class FirstRunSetupTest : public ::testing::Test {
+protected:
+    FirstRunSetupTest() { LocalizationStringTable::InstallShippedLanguages(home_.Path()); }
+
+    // Choices that are all acceptable; each case spoils one of them.
+    FirstRunChoices Good() const {
+        return {.language = "English.wul",
+                .port = 8081,
+                .mount_name = "docs",
+                .mount_path = share_.Path(),
+                .anonymous_rights = kRightList | kRightDownload,
+                .account_name = "me",
+                .password = "secret"};
+    }
+
+    TempFolder home_;
+    TempFolder share_;
+    KorvelConfig config_{home_ / KorvelConfig::kFileName};
+    MountManager mounts_{config_};
+    AccountManager accounts_{config_, mounts_};
+    FirstRunSetup setup_{config_, mounts_, accounts_, home_.Path()};
+};
+
+TEST_F(FirstRunSetupTest, RefusesEachWrongChoiceByItsFieldAndWritesNothing) {
+    share_.Write("file.txt", "x");
+    struct Case {
+        const char* what;
+        void (*spoil)(FirstRunChoices&, const std::string& share);
+        const char* field;
+        int code;
+    };
+    const Case cases[] = {
+        {"missing language", [](auto& c, auto&) { c.language = "Klingon.wul"; }, "language", 400},
+        {"language outside", [](auto& c, auto&) { c.language = "../mount.ini"; }, "language", 400},
+        {"port zero", [](auto& c, auto&) { c.port = 0; }, "port", 400},
+        {"port too high", [](auto& c, auto&) { c.port = 65536; }, "port", 400},
+        {"empty name", [](auto& c, auto&) { c.mount_name = ""; }, "name", 400},
+        {"slash in name", [](auto& c, auto&) { c.mount_name = "a/b"; }, "name", 400},
+        {"dot-dot name", [](auto& c, auto&) { c.mount_name = ".."; }, "name", 400},
+        {"relative path", [](auto& c, auto&) { c.mount_path = "share"; }, "path", 400},
+        {"missing folder", [](auto& c, auto& s) { c.mount_path = s + "/gone"; }, "path", 400},
+        {"rights 16", [](auto& c, auto&) { c.anonymous_rights = 16; }, "anonymousRights", 400},
+        {"reserved account", [](auto& c, auto&) { c.account_name = ".anonymous"; }, "user", 409},
+        {"colon in account", [](auto& c, auto&) { c.account_name = "a:b"; }, "user", 400},
+        {"no password", [](auto& c, auto&) { c.password = ""; }, "password", 400},
+        {"long password", [](auto& c, auto&) { c.password.assign(2000, 'p'); }, "password", 400},
+    };
+    for (const Case& test : cases) {
+        FirstRunChoices choices = Good();
+        test.spoil(choices, share_.Path());
+        std::optional<FirstRunSetup::Fault> fault = setup_.Apply(choices);
+        ASSERT_TRUE(fault.has_value()) << test.what;
+        EXPECT_EQ(fault->field, test.field) << test.what;
+        EXPECT_EQ(fault->code, test.code) << test.what;
+        EXPECT_FALSE(fault->message.empty()) << test.what;
+    }
+    EXPECT_FALSE(home_.Exists(KorvelConfig::kFileName));
+    EXPECT_TRUE(mounts_.ListNames().empty());
+    EXPECT_FALSE(accounts_.GetPassword("me"));
+}
+
+TEST_F(FirstRunSetupTest, AppliesEveryChoiceAndSavesThem) {
+    FirstRunChoices choices = Good();
+    choices.anonymous_rights = kRightList;
+    ASSERT_FALSE(setup_.Apply(choices).has_value());
+
+    KorvelConfig reread(home_ / KorvelConfig::kFileName);
+    MountManager mounts(reread);
+    AccountManager accounts(reread, mounts);
+    EXPECT_EQ(reread.port, 8081);
+    EXPECT_EQ(reread.uiLanguageFile, "English.wul");
+    EXPECT_TRUE(reread.firstRunDone);
+    std::optional<Mount> mount = mounts.GetMount("docs");
+    ASSERT_TRUE(mount.has_value());
+    EXPECT_EQ(mount->local_path, share_.Path());
+    EXPECT_TRUE(mount->is_folder);
+    EXPECT_EQ(accounts.GetRights(AccountManager::kAnonymous, "docs"), kRightList);
+    EXPECT_EQ(accounts.GetRights("me", "docs"), FirstRunSetup::kAccountRights);
+    EXPECT_TRUE(accounts.CheckPassword("me", "secret"));
+}
+
+TEST_F(FirstRunSetupTest, LeavesUnchosenSettingsAndMakesNoAccountWithoutAName) {
+    FirstRunChoices choices = Good();
+    choices.language.reset();
+    choices.port.reset();
+    choices.account_name.clear();
+    choices.password.clear();
+    config_.uiLanguageFile = "";
+    ASSERT_FALSE(setup_.Apply(choices).has_value());
+    EXPECT_EQ(config_.port, 80);
+    EXPECT_EQ(config_.uiLanguageFile, "");
+    EXPECT_EQ(accounts_.ListAccounts(), std::vector<std::string>{AccountManager::kAnonymous});
+}
+
+TEST_F(FirstRunSetupTest, ASingleFileIsSharedAsOneAndATakenNameIsRefused) {
+    share_.Write("song.ogg", "la");
+    FirstRunChoices choices = Good();
+    choices.mount_path = share_ / "song.ogg";
+    choices.account_name.clear();
+    ASSERT_FALSE(setup_.Apply(choices).has_value());
+    EXPECT_FALSE(mounts_.GetMount("docs")->is_folder);
+
+    choices.mount_path = share_.Path();
+    std::optional<FirstRunSetup::Fault> fault = setup_.Apply(choices);
+    ASSERT_TRUE(fault.has_value());
+    EXPECT_EQ(fault->field, "name");
+    EXPECT_EQ(fault->code, 409);
+}
+
+TEST_F(FirstRunSetupTest, MarkDoneRecordsTheWizardAsFinished) {
+    ASSERT_TRUE(setup_.MarkDone());
+    EXPECT_TRUE(KorvelConfig(home_ / KorvelConfig::kFileName).firstRunDone);
+}
+
+}  // namespace
+}  // namespace Zarn
