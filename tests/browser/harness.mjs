@@ -5,7 +5,7 @@
 //
 // Environment: LUMIDROP_BINARY (the program).
 
-import { spawn } from "node:child_process";
+import { execFileSync, spawn } from "node:child_process";
 import fs from "node:fs";
 import readline from "node:readline";
 import { chromium } from "playwright-core";
@@ -49,6 +49,19 @@ async function stopProgram(child) {
 // Runs `steps({ page, base, port, consoleUrl })` against the program started with `home`
 // (and any further `args`), then removes `scratch` (which holds the home folder and the
 // shared files) and exits.
+// What a phone's camera would read off the console's QR image as the page shows it now,
+// read by Debian's zbarimg from a screenshot saved as `file`.
+export async function scanQr(page, file) {
+  await page.locator("#home-qr").screenshot({ path: file });
+  try {
+    return execFileSync("zbarimg", ["--quiet", "--raw", "-Sbinary", file], {
+      stdio: ["ignore", "pipe", "ignore"],
+    }).toString();
+  } catch (error) {
+    return `(zbarimg found nothing: exit ${error.status})`;
+  }
+}
+
 export async function runBrowserTest({ home, scratch, args = [] }, steps) {
   const { child, port: portPromise, consoleUrl } = startProgram(home, args);
   let browser;

@@ -6,13 +6,12 @@
 //
 // Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshots go).
 
-import { execFileSync } from "node:child_process";
 import fs from "node:fs";
 import net from "node:net";
 import os from "node:os";
 import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, scanQr as scanHomeQr } from "./harness.mjs";
 
 const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
 const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-home-"));
@@ -32,18 +31,7 @@ function freePort() {
   });
 }
 
-// What a phone's camera would read off the QR image as the page shows it now.
-async function scanQr(page, name) {
-  const file = path.join(buildDir, `browser-home-${name}.png`);
-  await page.locator("#home-qr").screenshot({ path: file });
-  try {
-    return execFileSync("zbarimg", ["--quiet", "--raw", "-Sbinary", file], {
-      stdio: ["ignore", "pipe", "ignore"],
-    }).toString();
-  } catch (error) {
-    return `(zbarimg found nothing: exit ${error.status})`;
-  }
-}
+const scanQr = (page, name) => scanHomeQr(page, path.join(buildDir, `browser-home-${name}.png`));
 
 await runBrowserTest({ home, scratch }, async ({ page, port, consoleUrl }) => {
   const address = await consoleUrl;
