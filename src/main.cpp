@@ -29,6 +29,7 @@
 #include "ui/ConsoleAddressFile.h"
 #include "ui/ConsoleServer.h"
 #include "ui/ConsoleToken.h"
+#include "ui/CtlCommand.h"
 #include "ui/LogHistory.h"
 #include "ui/SingleInstanceLock.h"
 
@@ -172,6 +173,9 @@ int Serve(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "ctl") == 0) {
+        return Zarn::CtlCommand::Run(std::vector<std::string>(argv + 2, argv + argc));
+    }
     std::string error;
     std::optional<Zarn::CommandLine> line =
         Zarn::CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc), error);

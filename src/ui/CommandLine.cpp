@@ -67,7 +67,9 @@ std::string CommandLine::HelpText() {
            "  --port N           listen on port N for this run (not saved)\n"
            "  --mount NAME=PATH  share the folder or file PATH as /NAME/ (saved)\n"
            "  --version          print the version and exit\n"
-           "  --help             print this help and exit\n";
+           "  --help             print this help and exit\n"
+           "\n"
+           "       lumidrop ctl COMMAND ...  control the running program (lumidrop ctl help)\n";
 }
 
 }  // namespace Zarn
