@@ -1,16 +1,35 @@
 #include "ui/CtlTable.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 namespace Zarn {
 namespace {
 
-// UTF-8 characters, counting every byte that does not continue one.
+// Whether a terminal gives the code point two columns: Hangul, CJK ideographs and kana,
+// and the full-width forms.
+bool IsWide(uint32_t code) {
+    return (code >= 0x1100 && code <= 0x115F) || (code >= 0x2E80 && code <= 0xA4CF) ||
+           (code >= 0xAC00 && code <= 0xD7A3) || (code >= 0xF900 && code <= 0xFAFF) ||
+           (code >= 0xFE30 && code <= 0xFE4F) || (code >= 0xFF00 && code <= 0xFF60) ||
+           (code >= 0xFFE0 && code <= 0xFFE6) || (code >= 0x20000 && code <= 0x3FFFD);
+}
+
+// Terminal columns of UTF-8 text; a byte that continues no character counts as one.
 size_t Width(const std::string& text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
+    size_t width = 0;
+    for (size_t i = 0; i < text.size();) {
+        auto lead = static_cast<unsigned char>(text[i]);
+        size_t length = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        uint32_t code = length == 1 ? lead : lead & (0x7F >> length);
+        size_t end = std::min(text.size(), i + length);
+        for (size_t j = i + 1; j < end; ++j)
+            code = (code << 6) | (static_cast<unsigned char>(text[j]) & 0x3F);
+        width += IsWide(code) ? 2 : 1;
+        i = end;
+    }
+    return width;
 }
 
 }  // namespace

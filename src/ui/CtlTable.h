@@ -7,8 +7,8 @@
 namespace Zarn {
 
 // Plain text for people: rows of columns, each column as wide as its widest cell (in
-// characters, not bytes, so that Korean names line up), two blanks between, the last
-// column unpadded.
+// terminal columns, not bytes, so that Korean names line up), two blanks between, the
+// last column unpadded.
 class CtlTable {
 public:
     void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
