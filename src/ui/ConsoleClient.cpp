@@ -77,7 +77,7 @@ ConsoleClient::Answer ConsoleClient::Call(std::string_view endpoint, const Form*
     return answer;
 }
 
-ConsoleClient::StreamEnd ConsoleClient::Listen(const std::function<void()>& opened,
+ConsoleClient::StreamEnd ConsoleClient::Listen(const std::function<bool()>& opened,
                                                const EventHandler& handler) const {
     BareHttpConnection connection(Url("events"), kStreamTimeoutSeconds);
     AddOwnersHeaders(connection, token_);
@@ -87,7 +87,7 @@ ConsoleClient::StreamEnd ConsoleClient::Listen(const std::function<void()>& open
     } catch (const std::runtime_error&) {
         return StreamEnd::kFailed;
     }
-    opened();
+    if (!opened()) return StreamEnd::kStopped;
     std::string pending;
     std::string name;
     std::string data;

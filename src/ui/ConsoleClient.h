@@ -33,9 +33,9 @@ public:
     // POST /api/v1/ENDPOINT with the form url-encoded.
     [[nodiscard]] Answer Post(std::string_view endpoint, const Form& form) const;
     // Follows the event stream: `opened` runs once the stream is there (so that what the
-    // caller reads next cannot fall between it and the first event), then `handler` for
-    // every event until it returns false or the stream ends.
-    [[nodiscard]] StreamEnd Listen(const std::function<void()>& opened,
+    // caller reads then cannot fall between it and the first event) and may stop it at
+    // once, then `handler` for every event until it returns false or the stream ends.
+    [[nodiscard]] StreamEnd Listen(const std::function<bool()>& opened,
                                    const EventHandler& handler) const;
 
     [[nodiscard]] int GetPort() const { return port_; }

@@ -100,32 +100,38 @@ int CtlCommand::Status(CtlContext& context) {
 
 int CtlCommand::Transfers(CtlContext& context) {
     if (context.WordCount() != 1) return CtlContext::Usage("transfers takes no arguments");
-    bool json = context.Arguments().json;
-    int code = context.Query(true, "transfers",
+    if (!context.Arguments().follow) {
+        return context.Query(true, "transfers",
                              [](const JsonValue& transfers) { TransferTable(transfers).Print(); });
-    if (code != CtlContext::kOk || !context.Arguments().follow) return code;
-    std::fflush(stdout);
-    // Rows as the console's event stream sends them (each transfer at most twice a
-    // second), so nothing that starts and ends between two looks is missed.
-    ConsoleClient::StreamEnd end = context.Connection()->Client().Listen(
-        [] {},
-        [json](const std::string& name, const std::string& data) {
+    }
+    // With --json every row, now and later, is one line: {"event":NAME,"data":ROW}.
+    bool json = context.Arguments().json;
+    auto print = [json](const std::string& name, const JsonValue& row) {
+        if (json) {
+            std::printf("{\"event\":\"%s\",\"data\":%s}\n", name.c_str(), row.ToJson().c_str());
+        } else if (name == "transfer") {
+            CtlTable table;
+            AddTransferRow(table, row);
+            table.Print();
+        } else {
+            std::printf("%s ended\n", row.Text("id").c_str());
+        }
+    };
+    // The console's event stream rather than looking again and again: it paces each
+    // transfer's rows to two a second and misses nothing that starts and ends between.
+    return context.Follow(
+        "transfers",
+        [json, &print](const JsonValue& transfers) {
+            if (!json) std::printf("ID  KIND  DONE  SPEED  LEFT  CLIENT  USER  FILE\n");
+            for (const JsonValue& row : transfers.Items())
+                print("transfer", row);
+        },
+        [&print](const std::string& name, const std::string& data) {
             std::string error;
             std::optional<JsonValue> row = JsonValue::Parse(data, error);
-            if (!row || (name != "transfer" && name != "transfer-end")) return true;
-            if (json) {
-                std::printf("{\"event\":\"%s\",\"data\":%s}\n", name.c_str(), data.c_str());
-            } else if (name == "transfer") {
-                CtlTable table;
-                AddTransferRow(table, *row);
-                table.Print();
-            } else {
-                std::printf("%s ended\n", row->Text("id").c_str());
-            }
-            std::fflush(stdout);
+            if (row && (name == "transfer" || name == "transfer-end")) print(name, *row);
             return true;
         });
-    return end == ConsoleClient::StreamEnd::kFailed ? CtlContext::kUnreachable : CtlContext::kOk;
 }
 
 int CtlCommand::Kick(CtlContext& context) {
@@ -138,6 +144,14 @@ int CtlCommand::Kick(CtlContext& context) {
 
 int CtlCommand::Log(CtlContext& context) {
     if (context.WordCount() != 1) return CtlContext::Usage("log takes no arguments");
+    if (!context.Arguments().follow) {
+        return context.Query(true, "log", [](const JsonValue& lines) {
+            for (const JsonValue& line : lines.Items())
+                std::printf("%s\n", line.Text("text").c_str());
+        });
+    }
+    // The history is read once the stream is open, so the two may overlap; the line ids
+    // drop what both bring. With --json every line is one JSON object.
     bool json = context.Arguments().json;
     uint64_t last_shown = 0;
     auto print = [&last_shown, json](const JsonValue& line) {
@@ -146,35 +160,18 @@ int CtlCommand::Log(CtlContext& context) {
         if (id) last_shown = static_cast<uint64_t>(*id);
         std::printf("%s\n", json ? line.ToJson().c_str() : line.Text("text").c_str());
     };
-    if (!context.Arguments().follow) {
-        return context.Query(true, "log", [&print](const JsonValue& lines) {
+    return context.Follow(
+        "log",
+        [&print](const JsonValue& lines) {
             for (const JsonValue& line : lines.Items())
                 print(line);
-        });
-    }
-    int code = CtlContext::kOk;
-    const ConsoleClient* client = context.Connect(true, code);
-    if (client == nullptr) return code;
-    // The stream is opened before the history is read, so no line falls between them;
-    // the ids drop what both bring.
-    ConsoleClient::StreamEnd end = client->Listen(
-        [&] {
-            ConsoleClient::Answer answer = client->Get("log");
-            std::string error;
-            std::optional<JsonValue> lines = JsonValue::Parse(answer.body, error);
-            if (answer.status != 200 || !lines) return;
-            for (const JsonValue& line : lines->Items())
-                print(line);
-            std::fflush(stdout);
         },
         [&print](const std::string& name, const std::string& data) {
             std::string error;
             std::optional<JsonValue> line = JsonValue::Parse(data, error);
             if (name == "log" && line) print(*line);
-            std::fflush(stdout);
             return true;
         });
-    return end == ConsoleClient::StreamEnd::kFailed ? CtlContext::kUnreachable : CtlContext::kOk;
 }
 
 int CtlCommand::Console(CtlContext& context) {

@@ -22,7 +22,8 @@ const ConsoleClient* CtlContext::Connect(bool need_program, int& code) {
     return nullptr;
 }
 
-int CtlContext::Finish(const ConsoleClient::Answer& answer, const Printer& printer) const {
+int CtlContext::Finish(const ConsoleClient::Answer& answer, const Printer& printer,
+                       bool printer_owns_output) const {
     if (answer.status < 0) {
         std::fprintf(stderr, "lumidrop ctl: the console did not answer\n");
         return kUnreachable;
@@ -38,9 +39,10 @@ int CtlContext::Finish(const ConsoleClient::Answer& answer, const Printer& print
                      answer.status, error.c_str());
         return kUnreachable;
     }
-    if (arguments_.json) std::printf("%s\n", answer.body.c_str());
+    bool raw = arguments_.json && !printer_owns_output;
+    if (raw) std::printf("%s\n", answer.body.c_str());
     if (answer.status / 100 == 2) {
-        if (!arguments_.json && printer) printer(*json);
+        if (!raw && printer) printer(*json);
         return kOk;
     }
     const JsonValue* refusal = json->Find("error");
@@ -66,6 +68,30 @@ int CtlContext::Change(std::string_view endpoint, const ConsoleClient::Form& for
     int code = kOk;
     const ConsoleClient* client = Connect(false, code);
     return client == nullptr ? code : Finish(client->Post(endpoint, form), printer);
+}
+
+int CtlContext::Follow(std::string_view endpoint, const Printer& printer,
+                       const ConsoleClient::EventHandler& handler) {
+    int code = kOk;
+    const ConsoleClient* client = Connect(true, code);
+    if (client == nullptr) return code;
+    ConsoleClient::StreamEnd end = client->Listen(
+        [&] {
+            code = Finish(client->Get(endpoint), printer, true);
+            std::fflush(stdout);
+            return code == kOk;
+        },
+        [&handler](const std::string& name, const std::string& data) {
+            bool go_on = handler(name, data);
+            std::fflush(stdout);
+            return go_on;
+        });
+    if (code != kOk) return code;
+    if (end == ConsoleClient::StreamEnd::kFailed) {
+        std::fprintf(stderr, "lumidrop ctl: the console's event stream broke off\n");
+        return kUnreachable;
+    }
+    return kOk;
 }
 
 int CtlContext::Usage(const std::string& reason) {

@@ -34,11 +34,18 @@ public:
 
     // Prints the answer (the JSON as it came with --json, else through `printer`) and
     // gives the exit code: a refusal's message goes to standard error naming its field.
-    [[nodiscard]] int Finish(const ConsoleClient::Answer& answer, const Printer& printer) const;
+    // `printer_owns_output`: the printer is called with --json too, and prints for both.
+    [[nodiscard]] int Finish(const ConsoleClient::Answer& answer, const Printer& printer,
+                             bool printer_owns_output = false) const;
     // GET or POST and Finish in one, connecting first.
     [[nodiscard]] int Query(bool need_program, std::string_view endpoint, const Printer& printer);
     [[nodiscard]] int Change(std::string_view endpoint, const ConsoleClient::Form& form,
                              const Printer& printer);
+    // Opens the running program's event stream, prints what `endpoint` holds now through
+    // `printer` (which prints for --json as well), then hands every event to `handler`
+    // until the stream ends.
+    [[nodiscard]] int Follow(std::string_view endpoint, const Printer& printer,
+                             const ConsoleClient::EventHandler& handler);
 
     // A bad command line: the reason, a hint, exit code 2.
     static int Usage(const std::string& reason);

@@ -223,7 +223,10 @@ TEST_F(CtlEndToEndTest, EditsTheRunningProgramsSharingModelAtOnce) {
                          "totalDownloadSpeedLimit          70\n"));
     EXPECT_TRUE(Contains(console_->Get("limits").body, "\"totalDownloadSpeedLimit\":70,"));
     EXPECT_EQ(Ctl({"limits", "downloadConnectionLimit=lots"}).code, 1);
-    Ok({"user", "rm", "bob"});
+    EXPECT_EQ(Ok({"user", "rename", "bob", "rob"}), "rob\n");
+    EXPECT_EQ(VisitAs("/photos/cat.jpg", "rob:second"), 200);
+    Ok({"user", "rm", "rob"});
+    EXPECT_EQ(VisitAs("/photos/cat.jpg", "rob:second"), 401);
     Ok({"mount", "rm", "photos"});
     EXPECT_EQ(VisitAs("/photos/cat.jpg"), 404);
     EXPECT_EQ(Ok({"--json", "user", "list"}), console_->Get("accounts").body + "\n");
