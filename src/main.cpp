@@ -29,6 +29,7 @@
 #include "ui/ConsoleAddressFile.h"
 #include "ui/ConsoleServer.h"
 #include "ui/ConsoleToken.h"
+#include "ui/CtlCommand.h"
 #include "ui/FirstRunSetup.h"
 #include "ui/InitCommand.h"
 #include "ui/LogHistory.h"
@@ -164,6 +165,9 @@ int Serve(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "ctl") == 0) {
+        return Zarn::CtlCommand::Run(std::vector<std::string>(argv + 2, argv + argc));
+    }
     if (argc > 1 && std::strcmp(argv[1], "init") == 0) {
         return Zarn::InitCommand::Run(
             std::vector<std::string>(argv + 2, argv + argc),

@@ -74,7 +74,9 @@ std::string CommandLine::HelpText() {
            "                     port; not saved)\n"
            "  --mount NAME=PATH  share the folder or file PATH as /NAME/ (saved)\n"
            "  --version          print the version and exit\n"
-           "  --help             print this help and exit\n";
+           "  --help             print this help and exit\n"
+           "\n"
+           "       lumidrop ctl COMMAND ...  control the running program (lumidrop ctl help)\n";
 }
 
 }  // namespace Zarn

@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "core/JsonValue.h"
+
+namespace Zarn {
+namespace {
+
+std::optional<JsonValue> Parse(std::string_view text) {
+    std::string error;
+    std::optional<JsonValue> value = JsonValue::Parse(text, error);
+    EXPECT_EQ(value.has_value(), error.empty()) << text;
+    return value;
+}
+
+TEST(JsonValueTest, ReadsEveryKindOfValueAndWritesItBackCompact) {
+    struct Case {
+        const char* text;
+        const char* compact;
+    };
+    const Case cases[] = {
+        {" null ", "null"},
+        {"true", "true"},
+        {"false", "false"},
+        {"0", "0"},
+        {"-12", "-12"},
+        {"3.25e-2", "3.25e-2"},
+        {"12345678901234567890", "12345678901234567890"},  // kept as sent
+        {"\"a\\\"b\\\\c\\/d\\b\\f\\n\\r\\t\"", "\"a\\\"b\\\\c/d\\u0008\\u000c\\n\\r\\t\""},
+        {"[ ]", "[]"},
+        {"{ }", "{}"},
+        {"[1, [2, [3]], {\"a\": null}]", "[1,[2,[3]],{\"a\":null}]"},
+        {"{\"z\":1,\"a\":2}", "{\"z\":1,\"a\":2}"},  // members keep their order
+    };
+    for (const Case& c : cases) {
+        std::optional<JsonValue> value = Parse(c.text);
+        ASSERT_TRUE(value) << c.text;
+        EXPECT_EQ(value->ToJson(), c.compact) << c.text;
+        std::optional<JsonValue> again = Parse(value->ToJson());
+        ASSERT_TRUE(again) << c.text;
+        EXPECT_EQ(again->ToJson(), c.compact) << c.text;
+    }
+}
+
+TEST(JsonValueTest, DecodesUnicodeEscapesIncludingSurrogatePairs) {
+    struct Case {
+        const char* text;
+        std::string decoded;
+    };
+    const Case cases[] = {
+        {"\"\\u0041\"", "A"},
+        {"\"\\u00e9\"", "\xC3\xA9"},
+        {"\"\\uD55C\\uAE00\"", "\xED\x95\x9C\xEA\xB8\x80"},  // two Hangul syllables
+        {"\"\\ud83d\\ude00\"", "\xF0\x9F\x98\x80"},          // one emoji, as a pair
+        {"\"\\u0000x\"", std::string("\0x", 2)},
+        {"\"\xED\x95\x9C raw\"", "\xED\x95\x9C raw"},  // UTF-8 passes through
+    };
+    for (const Case& c : cases) {
+        std::optional<JsonValue> value = Parse(c.text);
+        ASSERT_TRUE(value) << c.text;
+        EXPECT_EQ(value->AsText(), c.decoded) << c.text;
+    }
+}
+
+TEST(JsonValueTest, RefusesMalformedAndHostileText) {
+    const std::string deep_arrays = std::string(100000, '[') + std::string(100000, ']');
+    const std::string deep_objects = [] {
+        std::string text;
+        for (int i = 0; i < 5000; ++i)
+            text += "{\"a\":";
+        return text + "1" + std::string(5000, '}');
+    }();
+    const std::string cases[] = {
+        "",
+        "   ",
+        "nul",
+        "True",
+        "01",
+        "-",
+        "1.",
+        ".5",
+        "1e",
+        "1e999",  // no finite double
+        "+1",
+        "0x10",
+        "\"open",
+        "\"tab\there\"",
+        "\"\\x\"",
+        "\"\\u12\"",
+        "\"\\u12G4\"",
+        "\"\\ud83d\"",         // high half alone
+        "\"\\ud83d\\u0041\"",  // high half before a plain character
+        "\"\\ude00\"",         // low half alone
+        "[1,]",
+        "[1 2]",
+        "{\"a\" 1}",
+        "{\"a\":1,}",
+        "{a:1}",
+        "{\"a\":}",
+        "[",
+        "{",
+        "1 2",
+        "[] x",
+        std::string("\"a\0b\"", 5),
+        deep_arrays,
+        deep_objects,
+    };
+    for (const std::string& text : cases) {
+        std::string error;
+        EXPECT_FALSE(JsonValue::Parse(text, error)) << text.substr(0, 40);
+        EXPECT_FALSE(error.empty()) << text.substr(0, 40);
+    }
+}
+
+TEST(JsonValueTest, AcceptsNestingUpToItsBound) {
+    std::string text =
+        std::string(JsonValue::kMaxDepth + 1, '[') + std::string(JsonValue::kMaxDepth + 1, ']');
+    EXPECT_TRUE(Parse(text));
+    text = "[" + text + "]";
+    std::string error;
+    EXPECT_FALSE(JsonValue::Parse(text, error));
+    EXPECT_NE(error.find("deeply"), std::string::npos) << error;
+}
+
+TEST(JsonValueTest, LooksUpMembersAndReadsThemAsTextFlagsAndNumbers) {
+    std::optional<JsonValue> value =
+        Parse(R"({"name":"docs","on":true,"off":false,"port":8080,"big":1e3,"ratio":0.5,)"
+              R"("nothing":null,"count":"42","list":[1,"a"],"name":"second"})");
+    ASSERT_TRUE(value);
+    EXPECT_EQ(value->Text("name"), "docs");  // the first of a repeated name
+    EXPECT_EQ(value->Text("port"), "8080");
+    EXPECT_EQ(value->Text("on"), "true");
+    EXPECT_EQ(value->Text("nothing"), "");
+    EXPECT_EQ(value->Text("missing"), "");
+    EXPECT_EQ(value->Text("list"), "[1,\"a\"]");
+    EXPECT_TRUE(value->IsTrue("on"));
+    EXPECT_FALSE(value->IsTrue("off"));
+    EXPECT_FALSE(value->IsTrue("port"));
+    EXPECT_FALSE(value->IsTrue("missing"));
+    EXPECT_EQ(value->Integer("port"), 8080);
+    EXPECT_EQ(value->Integer("count"), 42);
+    EXPECT_EQ(value->Integer("big"), std::nullopt);
+    EXPECT_EQ(value->Integer("ratio"), std::nullopt);
+    EXPECT_EQ(value->Integer("name"), std::nullopt);
+    EXPECT_DOUBLE_EQ(value->Find("ratio")->AsNumber(), 0.5);
+    EXPECT_EQ(value->Find("list")->Find("a"), nullptr);  // an array has no members
+    ASSERT_EQ(value->Find("list")->Items().size(), 2u);
+    EXPECT_EQ(value->Find("list")->Items()[1].AsText(), "a");
+}
+
+}  // namespace
+}  // namespace Zarn

@@ -1,0 +1,314 @@
+// `lumidrop ctl` as the owner runs it: the real program binary as the command line, against
+// a running program (whose state is then read through its console and its visitors'
+// listener) and against a home on which none runs (the change then seen by a program
+// started afterwards), with the exit codes that say what failed.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "core/Base64.h"
+#include "core/JsonValue.h"
+#include "support/RunningShare.h"
+#include "support/WaitUntil.h"
+
+namespace Zarn {
+namespace {
+
+using testing::Contains;
+using testing::TempFolder;
+
+struct CtlResult {
+    int code = -1;
+    std::string out;
+    std::string err;
+};
+
+// Starts `lumidrop ctl --home HOME WORDS...` with `input` as its standard input; its
+// standard output comes through a pipe, its standard error into a file.
+class CtlProcess {
+public:
+    CtlProcess(const std::string& home, const std::vector<std::string>& words,
+               const std::string& input = "") {
+        scratch_.Write("stdin", input);
+        std::vector<std::string> argv = {LUMIDROP_BINARY, "ctl", "--home", home};
+        argv.insert(argv.end(), words.begin(), words.end());
+        int pipe_fds[2];
+        EXPECT_EQ(::pipe2(pipe_fds, O_CLOEXEC), 0);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 0, (scratch_ / "stdin").c_str(), O_RDONLY, 0);
+        posix_spawn_file_actions_adddup2(&actions, pipe_fds[1], 1);
+        posix_spawn_file_actions_addopen(&actions, 2, (scratch_ / "stderr").c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        std::vector<char*> pointers;
+        for (std::string& word : argv)
+            pointers.push_back(word.data());
+        pointers.push_back(nullptr);
+        EXPECT_EQ(
+            ::posix_spawn(&pid_, argv[0].c_str(), &actions, nullptr, pointers.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(pipe_fds[1]);
+        out_fd_ = pipe_fds[0];
+    }
+    ~CtlProcess() {
+        if (pid_ > 0) ::kill(pid_, SIGTERM);
+        (void)Wait();
+    }
+    CtlProcess(const CtlProcess&) = delete;
+    CtlProcess& operator=(const CtlProcess&) = delete;
+
+    // Reads standard output until it holds `part`; false when the process ends or stays
+    // silent for ten seconds first.
+    bool ReadUntil(const std::string& part) {
+        while (!Contains(out_, part)) {
+            if (!ReadMore()) return false;
+        }
+        return true;
+    }
+    CtlResult Wait() {
+        while (out_fd_ >= 0 && ReadMore()) {
+        }
+        if (out_fd_ >= 0) ::close(out_fd_);
+        out_fd_ = -1;
+        if (pid_ > 0) {
+            int status = 0;
+            ::waitpid(pid_, &status, 0);
+            code_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+            pid_ = -1;
+        }
+        return {code_, out_, scratch_.Read("stderr")};
+    }
+    [[nodiscard]] const std::string& Output() const { return out_; }
+
+private:
+    bool ReadMore() {
+        pollfd wait{out_fd_, POLLIN, 0};
+        char buffer[4096];
+        ssize_t got = ::poll(&wait, 1, 10'000) == 1 ? ::read(out_fd_, buffer, sizeof buffer) : -1;
+        if (got <= 0) return false;
+        out_.append(buffer, static_cast<size_t>(got));
+        return true;
+    }
+
+    TempFolder scratch_;
+    pid_t pid_ = -1;
+    int out_fd_ = -1;
+    int code_ = -1;
+    std::string out_;
+};
+
+class CtlEndToEndTest : public testing::RunningShare {
+protected:
+    // The console's port is published just after its line is printed.
+    void AwaitConsole() {
+        ASSERT_TRUE(testing::WaitUntil([&] { return home_.Exists("console.port"); }));
+    }
+    CtlResult Ctl(const std::vector<std::string>& words, const std::string& input = "") {
+        return CtlProcess(home_.Path(), words, input).Wait();
+    }
+    // Runs the command and expects it to succeed.
+    std::string Ok(const std::vector<std::string>& words, const std::string& input = "") {
+        CtlResult result = Ctl(words, input);
+        EXPECT_EQ(result.code, 0) << words[0] << " " << (words.size() > 1 ? words[1] : "") << ": "
+                                  << result.err;
+        return result.out;
+    }
+    // The visitors' answer to GET /TARGET, as the account (or nobody) asks.
+    int VisitAs(const std::string& target, const std::string& credentials = "") {
+        return Visit(target, credentials.empty()
+                                 ? ""
+                                 : "Authorization: Basic " + Base64Encode(credentials) + "\r\n")
+            .status;
+    }
+};
+
+TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
+    share_.Write("big.bin", std::string(1 << 20, 'b'));
+    StartWithConsole("totalDownloadSpeedLimit=50\r\n");
+    AwaitConsole();
+    std::string status = Ok({"status"});
+    EXPECT_TRUE(Contains(status, "yes, on port " + std::to_string(port_))) << status;
+    std::string error;
+    std::optional<JsonValue> json = JsonValue::Parse(Ok({"--json", "status"}), error);
+    ASSERT_TRUE(json) << error;
+    EXPECT_EQ(json->Integer("port"), port_);
+    EXPECT_EQ(Ok({"console"}), "http://127.0.0.1:" + std::to_string(console_->Port()) +
+                                   "/?token=" + console_->Token() + "\n");
+    EXPECT_TRUE(Contains(Ok({"log"}), "Korvel Lumidrop"));
+
+    // A download paced slowly enough to be seen, followed and kicked.
+    CtlProcess watch(home_.Path(), {"transfers", "--watch"});
+    ASSERT_TRUE(watch.ReadUntil("ID  KIND"));
+    CtlProcess follow(home_.Path(), {"log", "-f"});
+    ASSERT_TRUE(follow.ReadUntil("Korvel Lumidrop"));
+    TCPSocket visitor = testing::ConnectTo(port_);
+    testing::SendAll(visitor, "GET /docs/big.bin HTTP/1.1\r\nHost: t\r\n\r\n");
+    ASSERT_TRUE(watch.ReadUntil("/docs/big.bin")) << watch.Output();
+    ASSERT_TRUE(follow.ReadUntil("SendFile started")) << follow.Output();
+    std::optional<JsonValue> transfers = JsonValue::Parse(Ok({"transfers", "--json"}), error);
+    ASSERT_TRUE(transfers && transfers->Items().size() == 1) << error;
+    std::string id = transfers->Items()[0].Text("id");
+    EXPECT_TRUE(Contains(Ok({"transfers"}), id + "  download")) << id;
+    EXPECT_EQ(Ok({"kick", id}), "");
+    EXPECT_TRUE(watch.ReadUntil(id + " ended")) << watch.Output();
+    EXPECT_TRUE(follow.ReadUntil("Connection was kicked.")) << follow.Output();
+    CtlResult again = Ctl({"kick", id});
+    EXPECT_EQ(again.code, 1);
+    EXPECT_TRUE(Contains(again.err, "id: ")) << again.err;
+
+    // The program ends: the followers see their stream close and end too.
+    Stop();
+    EXPECT_EQ(follow.Wait().code, 0);
+    EXPECT_EQ(watch.Wait().code, 0);
+    EXPECT_EQ(Ctl({"status"}).code, 3);
+}
+
+TEST_F(CtlEndToEndTest, EditsTheRunningProgramsSharingModelAtOnce) {
+    StartWithConsole();
+    AwaitConsole();
+    TempFolder pictures;
+    pictures.Write("cat.jpg", "meow");
+    Ok({"mount", "add", "pics", pictures.Path(), "--note", "holiday"});
+    EXPECT_EQ(VisitAs("/pics/cat.jpg"), 200);
+    Ok({"mount", "edit", "pics", "--name", "photos"});
+    EXPECT_EQ(VisitAs("/pics/cat.jpg"), 404);
+    EXPECT_EQ(VisitAs("/photos/cat.jpg"), 200);
+    std::string mounts = Ok({"mount", "list"});
+    EXPECT_TRUE(Contains(mounts, "photos  folder  " + pictures.Path() + "  holiday")) << mounts;
+    CtlResult missing = Ctl({"mount", "add", "gone", pictures / "nowhere"});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_TRUE(Contains(missing.err, "path: ")) << missing.err;
+
+    // An account whose password comes from standard input, then from a file.
+    Ok({"rights", ".anonymous", "photos", "-"});
+    EXPECT_EQ(VisitAs("/photos/cat.jpg"), 401);
+    EXPECT_EQ(Ok({"user", "add", "bob"}, "first secret\n"), "bob\n");
+    EXPECT_EQ(Ok({"rights", "bob", "photos", "ld"}), "bob  photos  ld--\n");
+    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:first secret"), 200);
+    TempFolder secrets;
+    secrets.Write("pw", "second\n");
+    Ok({"user", "passwd", "bob", "--password-file", secrets / "pw"});
+    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:first secret"), 401);
+    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:second"), 200);
+    EXPECT_TRUE(Contains(Ok({"user", "list"}), "bob\n"));
+    // Administration is granted only when confirmed; no terminal asks, so --yes must.
+    CtlResult unconfirmed = Ctl({"rights", "bob", "photos", "ldua"});
+    EXPECT_EQ(unconfirmed.code, 1);
+    EXPECT_TRUE(Contains(unconfirmed.err, "confirmAdmin: ")) << unconfirmed.err;
+    Ok({"rights", "bob", "photos", "15", "--yes"});
+    EXPECT_TRUE(Contains(console_->Get("rights").body, "\"bob\":{\"docs\":3,\"photos\":15}"))
+        << console_->Get("rights").body;
+    std::string rights = Ok({"rights"});
+    EXPECT_TRUE(Contains(rights, "bob         photos  ldua\n")) << rights;
+
+    // Rules bite at once, in the order the owner puts them.
+    Ok({"ipfilter", "add", "10.0.0.*", "allow"});
+    Ok({"ipfilter", "add", "127.0.0.1", "ban"});
+    EXPECT_EQ(VisitAs("/docs/"), 403);
+    Ok({"ipfilter", "up", "2"});
+    EXPECT_EQ(Ok({"ipfilter", "list"}),
+              "#  ACTION  RULE\n1  ban     127.0.0.1\n2  allow   10.0.0.*\n");
+    Ok({"ipfilter", "rm", "1"});
+    EXPECT_EQ(VisitAs("/docs/"), 200);
+    EXPECT_EQ(Ctl({"ipfilter", "down", "1"}).code, 1);  // already last
+
+    EXPECT_TRUE(Contains(Ok({"limits", "totalDownloadSpeedLimit=70", "downloadConnectionLimit=3"}),
+                         "totalDownloadSpeedLimit          70\n"));
+    EXPECT_TRUE(Contains(console_->Get("limits").body, "\"totalDownloadSpeedLimit\":70,"));
+    EXPECT_EQ(Ctl({"limits", "downloadConnectionLimit=lots"}).code, 1);
+    EXPECT_EQ(Ok({"user", "rename", "bob", "rob"}), "rob\n");
+    EXPECT_EQ(VisitAs("/photos/cat.jpg", "rob:second"), 200);
+    Ok({"user", "rm", "rob"});
+    EXPECT_EQ(VisitAs("/photos/cat.jpg", "rob:second"), 401);
+    Ok({"mount", "rm", "photos"});
+    EXPECT_EQ(VisitAs("/photos/cat.jpg"), 404);
+    EXPECT_EQ(Ok({"--json", "user", "list"}), console_->Get("accounts").body + "\n");
+}
+
+TEST_F(CtlEndToEndTest, EditsMountIniWhenNoProgramRunsForTheNextOneToServe) {
+    home_.Write("mount.ini", "uiLanguageFile=English.wul\r\nconsolePort=0\r\n");
+    TempFolder pictures;
+    pictures.Write("cat.jpg", "meow");
+    Ok({"mount", "add", "pics", pictures.Path()});
+    Ok({"mount", "add", "cat", pictures / "cat.jpg", "--note", "one file"});
+    EXPECT_TRUE(Contains(Ok({"mount", "list"}), "cat   file    " + pictures / "cat.jpg"));
+    Ok({"user", "add", "eve"}, "pw\n");
+    Ok({"rights", ".anonymous", "pics", "-"});
+    Ok({"rights", "eve", "pics", "ldu"});
+    Ok({"ipfilter", "add", "10.1.*.*", "ban"});
+    Ok({"limits", "perIPdownloadConnectionLimit=4"});
+    CtlResult refused = Ctl({"mount", "add", "pics", pictures.Path()});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_TRUE(Contains(refused.err, "name: ")) << refused.err;
+    // What needs a running program says that none runs.
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"status"}, {"transfers"}, {"kick", "1"}, {"log"}, {"console"}}) {
+        CtlResult result = Ctl(words);
+        EXPECT_EQ(result.code, 3) << words[0];
+        EXPECT_TRUE(Contains(result.err, "not running")) << result.err;
+    }
+
+    Relaunch();
+    AwaitConsole();
+    EXPECT_EQ(VisitAs("/pics/cat.jpg"), 401);
+    EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:pw"), 200);
+    EXPECT_EQ(Visit("/cat").body, "meow");
+    EXPECT_TRUE(Contains(console_->Get("rights").body, "\"eve\":{\"cat\":3,\"pics\":7}"))
+        << console_->Get("rights").body;
+    EXPECT_EQ(console_->Get("ipfilter").body, "[{\"rule\":\"10.1.*.*\",\"action\":\"ban\"}]");
+    EXPECT_TRUE(Contains(console_->Get("limits").body, "\"perIPdownloadConnectionLimit\":4"));
+    // With the program running the same command goes to it, not to the file it holds.
+    Ok({"mount", "rm", "cat"});
+    EXPECT_EQ(Visit("/cat").status, 404);
+}
+
+TEST_F(CtlEndToEndTest, ExitCodesSayWhatFailed) {
+    const std::vector<std::string> usage_errors[] = {
+        {},
+        {"frobnicate"},
+        {"status", "now"},
+        {"mount", "add", "only-a-name"},
+        {"mount", "edit"},
+        {"user", "add"},
+        {"rights", "bob", "docs", "xyz"},
+        {"rights", "bob", "docs", "16"},
+        {"ipfilter", "rm", "0"},
+        {"ipfilter", "up", "first"},
+        {"limits", "=3"},
+        {"get", "a", "b"},
+        {"status", "--colour"},
+        {"mount", "add", "a", "/tmp", "--note"},
+    };
+    for (const std::vector<std::string>& words : usage_errors) {
+        CtlResult result = Ctl(words);
+        EXPECT_EQ(result.code, 2) << (words.empty() ? "" : words.back());
+        EXPECT_FALSE(result.err.empty());
+    }
+    EXPECT_FALSE(home_.Exists("mount.ini"));  // a bad line touches nothing
+
+    StartWithConsole();
+    AwaitConsole();
+    // A token that is not the running program's.
+    const std::string token = home_.Read("console.token");
+    home_.Write("console.token", std::string(32, 'a') + "\n");
+    CtlResult stranger = Ctl({"mount", "list"});
+    EXPECT_EQ(stranger.code, 4);
+    EXPECT_TRUE(Contains(stranger.err, "refused the token")) << stranger.err;
+    home_.Write("console.token", token);
+    // A console that is gone while the program holds the home.
+    const std::string port = home_.Read("console.port");
+    home_.Write("console.port", "1\n");
+    EXPECT_EQ(Ctl({"status"}).code, 4);
+    home_.Write("console.port", port);
+    EXPECT_EQ(Ctl({"status"}).code, 0);
+}
+
+}  // namespace
+}  // namespace Zarn
