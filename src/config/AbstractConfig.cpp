@@ -25,6 +25,12 @@ public:
         if (in >> parsed) *variable_ = parsed;
     }
 
+    [[nodiscard]] bool Accepts(const std::string& value) const override {
+        std::istringstream in(value);
+        T parsed{};
+        return in >> parsed && (in >> std::ws).eof();
+    }
+
 private:
     T* variable_;
 };
@@ -35,6 +41,7 @@ public:
     explicit ConfigItem(std::string* variable) : variable_(variable) {}
     [[nodiscard]] std::string Get() const override { return *variable_; }
     void Set(const std::string& value) override { *variable_ = value; }
+    [[nodiscard]] bool Accepts(const std::string&) const override { return true; }
 
 private:
     std::string* variable_;
@@ -116,6 +123,11 @@ bool AbstractConfig::GetList(const std::string& key, std::vector<std::string>& o
     if (found == containers_.end()) return false;
     found->second->Get(out);
     return true;
+}
+
+bool AbstractConfig::Accepts(const std::string& key, const std::string& value) const {
+    auto found = items_.find(key);
+    return found != items_.end() && found->second->Accepts(value);
 }
 
 std::vector<std::string> AbstractConfig::ItemKeys() const {
