@@ -1,6 +1,7 @@
 #include "config/AbstractConfig.h"
 
 #include <sstream>
+#include <type_traits>
 
 #include "core/StringUtil.h"
 
@@ -26,6 +27,10 @@ public:
     }
 
     [[nodiscard]] bool Accepts(const std::string& value) const override {
+        // A stream reads "-1" into an unsigned number by wrapping it round.
+        if constexpr (std::is_unsigned_v<T> && !std::is_same_v<T, bool>) {
+            if (value.find('-') != std::string::npos) return false;
+        }
         std::istringstream in(value);
         T parsed{};
         return in >> parsed && (in >> std::ws).eof();
