@@ -58,16 +58,38 @@ std::optional<CommandLine> CommandLine::Parse(const std::vector<std::string>& ar
 }
 
 std::string CommandLine::HelpText() {
-    return "Usage: lumidrop [--home DIR] [--port N] [--mount NAME=PATH]... [--version] [--help]\n"
+    return "Usage: lumidrop [--home DIR] [--port N] [--mount NAME=PATH]...\n"
+           "       lumidrop COMMAND ...\n"
            "\n"
            "Korvel Lumidrop shares folders and files of this machine over HTTP.\n"
            "\n"
+           "Serving:\n"
            "  --home DIR         keep settings, language files, skins and logs in DIR\n"
            "                     (default: ~/.config/lumidrop)\n"
            "  --port N           listen on port N for this run (not saved)\n"
            "  --mount NAME=PATH  share the folder or file PATH as /NAME/ (saved)\n"
+           "  Sharing stopped from the owner's console stays stopped at the next start,\n"
+           "  unless --port or --mount is given. SIGHUP reloads mount.ini, mime-type.txt,\n"
+           "  the language file and the skins.\n"
+           "\n"
+           "Commands:\n"
+           "  lumidrop ctl COMMAND [--json]\n"
+           "                     talk to the running program through its owner's console\n"
+           "  lumidrop init --mount NAME=PATH [--anonymous-rights N] [--port N]\n"
+           "                     set up a new home folder without starting to share\n"
+           "  lumidrop service install|uninstall|status [--home DIR]\n"
+           "                     start with your session as a systemd user service\n"
+           "\n"
+           "Other:\n"
            "  --version          print the version and exit\n"
-           "  --help             print this help and exit\n";
+           "  --help             print this help and exit\n"
+           "\n"
+           "Examples:\n"
+           "  lumidrop --port 8080 --mount music=$HOME/Music\n"
+           "  lumidrop service install && loginctl enable-linger $USER\n"
+           "  systemctl --user reload lumidrop      (after editing mount.ini)\n"
+           "\n"
+           "See man lumidrop for the files and signals.\n";
 }
 
 }  // namespace Zarn
