@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -82,13 +83,13 @@ int ReportRunningInstance(const std::string& home) {
 
 // Waits for a stop signal; a SIGHUP in between reloads the data files.
 void WaitForStop(const sigset_t& signals, DataFileReloader& reloader, SystemdNotifier& notifier,
-                 const std::string& status) {
+                 const std::function<std::string()>& status) {
     for (;;) {
         int received = 0;
         if (sigwait(&signals, &received) != 0 || received != SIGHUP) return;
         notifier.Reloading();
         (void)reloader.Reload();
-        notifier.Ready(status);
+        notifier.Ready(status());
     }
 }
 
@@ -178,10 +179,12 @@ int Serve(const CommandLine& line) {
                            .port = {},
                            .api = {.config = &config, .server = &server, .log = &log_history}});
     if (token && console.Start(config.consolePort)) {
+        // Published before the line is printed: whoever read the line may at once start a
+        // second program or a `ctl` command that looks for the file.
+        (void)ConsoleAddressFile::Publish(home, console.GetPort());
         std::printf("Owner's console: http://127.0.0.1:%d/?token=%s\n", console.GetPort(),
                     token->c_str());
         std::fflush(stdout);
-        (void)ConsoleAddressFile::Publish(home, console.GetPort());
     } else {
         int code = LastSocketError();
         log_writer.Flush();
@@ -193,13 +196,18 @@ int Serve(const CommandLine& line) {
     }
 
     SystemdNotifier notifier = SystemdNotifier::FromEnvironment();
-    std::string status = serve ? "Sharing on port " + std::to_string(server.GetPort())
-                               : std::string("Sharing stopped");
-    if (console.GetPort() > 0) {
-        status +=
-            "; owner's console on http://127.0.0.1:" + std::to_string(console.GetPort()) + "/";
-    }
-    notifier.Ready(status);
+    // Told again after each reload: the owner may have stopped or moved the listener since.
+    auto status = [&server, &console] {
+        int listening = server.GetPort();
+        std::string text = listening >= 0 ? "Sharing on port " + std::to_string(listening)
+                                          : std::string("Sharing stopped");
+        if (console.GetPort() > 0) {
+            text +=
+                "; owner's console on http://127.0.0.1:" + std::to_string(console.GetPort()) + "/";
+        }
+        return text;
+    };
+    notifier.Ready(status());
     DataFileReloader reloader(config, server, SkinManager::Instance(), home);
     WaitForStop(stop_signals, reloader, notifier, status);
     notifier.Stopping();
