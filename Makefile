@@ -6,7 +6,7 @@ SANITIZE_DIR := build-sanitize
 JOBS         ?= $(shell nproc 2>/dev/null || echo 2)
 ARGS         ?=
 
-.PHONY: all run test test-plain test-sanitize deps deps-test format clean
+.PHONY: all run test test-plain test-sanitize deps deps-test deb format clean
 
 all: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
@@ -38,6 +38,12 @@ test-sanitize:
 	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	    ctest --output-on-failure -j $(JOBS)
+
+# A Debian package of the Release program: build/lumidrop_VERSION_ARCH.deb.
+deb: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target lumidrop lumidrop_man_page
+	cd $(BUILD_DIR) && cpack -G DEB
 
 deps:
 	@scripts/install-deps.sh

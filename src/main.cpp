@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,10 +31,13 @@
 #include "ui/ConsoleServer.h"
 #include "ui/ConsoleToken.h"
 #include "ui/CtlCommand.h"
+#include "ui/DataFileReloader.h"
 #include "ui/FirstRunSetup.h"
 #include "ui/InitCommand.h"
 #include "ui/LogHistory.h"
+#include "ui/ServiceCommand.h"
 #include "ui/SingleInstanceLock.h"
+#include "ui/SystemdNotifier.h"
 
 namespace {
 
@@ -56,6 +60,31 @@ bool AddCommandLineMounts(const CommandLine& line, MountManager& mounts) {
     return true;
 }
 
+// The second start on a home folder points the owner to the running program's console
+// instead, when that program has published where it listens.
+int ReportRunningInstance(const std::string& home) {
+    std::fprintf(stderr, "lumidrop: Korvel Lumidrop is already running with the home folder %s\n",
+                 home.c_str());
+    std::optional<int> port = ConsoleAddressFile::Read(home);
+    std::optional<std::string> token = ConsoleToken::LoadOrCreate(home);
+    if (port && token) {
+        std::printf("Owner's console: http://127.0.0.1:%d/?token=%s\n", *port, token->c_str());
+    }
+    return 1;
+}
+
+// Waits for a stop signal; a SIGHUP in between reloads the data files.
+void WaitForStop(const sigset_t& signals, DataFileReloader& reloader, SystemdNotifier& notifier,
+                 const std::function<std::string()>& status) {
+    for (;;) {
+        int received = 0;
+        if (sigwait(&signals, &received) != 0 || received != SIGHUP) return;
+        notifier.Reloading();
+        (void)reloader.Reload();
+        notifier.Ready(status());
+    }
+}
+
 int Serve(const CommandLine& line) {
     std::string home = HomeFolder::Resolve(line.home);
     std::string settings_path = JoinPath(home, KorvelConfig::kFileName);
@@ -66,12 +95,7 @@ int Serve(const CommandLine& line) {
         (void)config.Save();
     }
     SingleInstanceLock instance;
-    if (config.singleInstance && !instance.Acquire(home)) {
-        std::fprintf(stderr,
-                     "lumidrop: Korvel Lumidrop is already running with the home folder %s\n",
-                     home.c_str());
-        return 1;
-    }
+    if (config.singleInstance && !instance.Acquire(home)) return ReportRunningInstance(home);
 
     LogQueue log_queue;
     LogWriter log_writer(
@@ -96,6 +120,7 @@ int Serve(const CommandLine& line) {
     sigemptyset(&stop_signals);
     sigaddset(&stop_signals, SIGINT);
     sigaddset(&stop_signals, SIGTERM);
+    sigaddset(&stop_signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
     KorvelServer server(config, SkinManager::Instance(), home);
@@ -108,8 +133,11 @@ int Serve(const CommandLine& line) {
     }
     if (!AddCommandLineMounts(line, server.GetMounts())) return 2;
     server.GetAccounts().ApplyPendingRights();
+    // Sharing the owner stopped stays stopped at the next launch, unless this very command
+    // line asks for a port or a share.
+    bool serve = fresh || config.wasRunning || line.port || !line.mounts.empty();
     int port = line.port.value_or(config.port);
-    if (!server.Start(port)) {
+    if (serve && !server.Start(port)) {
         int code = LastSocketError();
         log_writer.Flush();
         std::fprintf(stderr, "lumidrop: cannot listen on port %d: %s%s\n", port, ErrorText(code),
@@ -126,8 +154,13 @@ int Serve(const CommandLine& line) {
     UpdateIPStringThread address_finder({.config = &config});
     if (address_finder.Start()) address_finder.Join();
     server.SetDisplayAddress(address_finder.GetAddress());
-    std::printf("%s listening on http://%s:%d/\n", kProductName, server.GetDisplayAddress().c_str(),
-                server.GetPort());
+    if (serve) {
+        std::printf("%s listening on http://%s:%d/\n", kProductName,
+                    server.GetDisplayAddress().c_str(), server.GetPort());
+    } else {
+        std::printf("%s: sharing is stopped, as it was left; start it from the owner's console\n",
+                    kProductName);
+    }
     std::fflush(stdout);
 
     // The owner's console. Without it the visitors are still served: another program
@@ -140,24 +173,43 @@ int Serve(const CommandLine& line) {
          .api = {.config = &config, .server = &server, .log = &log_history, .new_home = fresh}});
     int console_port = line.console_port.value_or(config.consolePort);
     if (token && console.Start(console_port)) {
+        // Published before the line is printed: whoever read the line may at once start a
+        // second program or a `ctl` command that looks for the file.
+        (void)ConsoleAddressFile::Publish(home, console.GetPort());
         std::printf("Owner's console: http://127.0.0.1:%d/?token=%s\n", console.GetPort(),
                     token->c_str());
         std::fflush(stdout);
-        (void)ConsoleAddressFile::Publish(home, console.GetPort());
     } else {
         int code = LastSocketError();
         log_writer.Flush();
         std::fprintf(stderr, "lumidrop: the owner's console cannot listen on port %d: %s\n",
                      console_port, token ? ErrorText(code) : "no console.token could be made");
+        // Stopped sharing without a console would be a program nobody can reach.
+        if (!serve) return 1;
     }
 
-    int received = 0;
-    sigwait(&stop_signals, &received);
+    SystemdNotifier notifier = SystemdNotifier::FromEnvironment();
+    // Told again after each reload: the owner may have stopped or moved the listener since.
+    auto status = [&server, &console] {
+        int listening = server.GetPort();
+        std::string text = listening >= 0 ? "Sharing on port " + std::to_string(listening)
+                                          : std::string("Sharing stopped");
+        if (console.GetPort() > 0) {
+            text +=
+                "; owner's console on http://127.0.0.1:" + std::to_string(console.GetPort()) + "/";
+        }
+        return text;
+    };
+    notifier.Ready(status());
+    DataFileReloader reloader(config, server, SkinManager::Instance(), home);
+    WaitForStop(stop_signals, reloader, notifier, status);
+    notifier.Stopping();
+    bool was_running = server.GetPort() >= 0;
     console.Stop();
     ConsoleAddressFile::Withdraw(home);
     server.Stop();
     CriticalSectionLock hold(config.GetLock());
-    config.wasRunning = true;
+    config.wasRunning = was_running;
     (void)config.Save();
     return 0;
 }
@@ -175,6 +227,8 @@ int main(int argc, char** argv) {
                 return Zarn::UpdateIPStringThread({.config = &config}).ComputeAddress();
             }});
     }
+    if (argc > 1 && std::strcmp(argv[1], "service") == 0)
+        return Zarn::ServiceCommand::Run(argc, argv);
     std::string error;
     std::optional<Zarn::CommandLine> line =
         Zarn::CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc), error);

@@ -1,6 +1,7 @@
 #include "config/AbstractConfig.h"
 
 #include <sstream>
+#include <type_traits>
 
 #include "core/StringUtil.h"
 
@@ -25,6 +26,16 @@ public:
         if (in >> parsed) *variable_ = parsed;
     }
 
+    [[nodiscard]] bool Accepts(const std::string& value) const override {
+        // A stream reads "-1" into an unsigned number by wrapping it round.
+        if constexpr (std::is_unsigned_v<T> && !std::is_same_v<T, bool>) {
+            if (value.find('-') != std::string::npos) return false;
+        }
+        std::istringstream in(value);
+        T parsed{};
+        return in >> parsed && (in >> std::ws).eof();
+    }
+
 private:
     T* variable_;
 };
@@ -35,6 +46,7 @@ public:
     explicit ConfigItem(std::string* variable) : variable_(variable) {}
     [[nodiscard]] std::string Get() const override { return *variable_; }
     void Set(const std::string& value) override { *variable_ = value; }
+    [[nodiscard]] bool Accepts(const std::string&) const override { return true; }
 
 private:
     std::string* variable_;
@@ -116,6 +128,11 @@ bool AbstractConfig::GetList(const std::string& key, std::vector<std::string>& o
     if (found == containers_.end()) return false;
     found->second->Get(out);
     return true;
+}
+
+bool AbstractConfig::Accepts(const std::string& key, const std::string& value) const {
+    auto found = items_.find(key);
+    return found != items_.end() && found->second->Accepts(value);
 }
 
 std::vector<std::string> AbstractConfig::ItemKeys() const {

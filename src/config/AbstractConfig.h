@@ -27,6 +27,8 @@ public:
         [[nodiscard]] virtual std::string Get() const = 0;
         // A value that does not parse as the item's type leaves the variable unchanged.
         virtual void Set(const std::string& value) = 0;
+        // Whether the whole value parses as the item's type, nothing left over.
+        [[nodiscard]] virtual bool Accepts(const std::string& value) const = 0;
     };
 
     template <typename T>
@@ -61,6 +63,8 @@ public:
     bool AddToList(const std::string& key, const std::string& value);
     bool ClearList(const std::string& key);
     bool GetList(const std::string& key, std::vector<std::string>& out) const;
+    // Whether the key is a registered item and the value parses whole as its type.
+    [[nodiscard]] bool Accepts(const std::string& key, const std::string& value) const;
 
     [[nodiscard]] std::vector<std::string> ItemKeys() const;
     [[nodiscard]] std::vector<std::string> ListKeys() const;

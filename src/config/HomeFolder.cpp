@@ -30,18 +30,27 @@ std::string HomeFolder::Resolve(const std::optional<std::string>& requested) {
             TekoFile::kInvalidSize) {
         return executable_folder;
     }
+    return JoinPath(UserConfigFolder(), "lumidrop");
+}
+
+std::string HomeFolder::UserConfigFolder() {
     const char* xdg = std::getenv("XDG_CONFIG_HOME");
     // A relative XDG_CONFIG_HOME is to be ignored, as XDG says.
     std::string config_home =
         xdg != nullptr && xdg[0] == '/' ? std::string(xdg) : JoinPath(UserHome(), ".config");
-    return JoinPath(MakeAbsolutePath(config_home), "lumidrop");
+    return MakeAbsolutePath(config_home);
 }
 
 std::string HomeFolder::ExecutableFolder() {
+    std::string path = ExecutablePath();
+    return path.empty() ? std::string() : FolderOf(path);
+}
+
+std::string HomeFolder::ExecutablePath() {
     std::vector<char> buffer(4096);
     ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size() - 1);
     if (length <= 0) return {};
-    return FolderOf(std::string(buffer.data(), static_cast<size_t>(length)));
+    return std::string(buffer.data(), static_cast<size_t>(length));
 }
 
 }  // namespace Zarn

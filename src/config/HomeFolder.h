@@ -19,6 +19,10 @@ public:
 
     // The folder of the running executable, empty when it cannot be told.
     [[nodiscard]] static std::string ExecutableFolder();
+    // The running executable itself, absolute; empty when it cannot be told.
+    [[nodiscard]] static std::string ExecutablePath();
+    // The user's configuration folder: $XDG_CONFIG_HOME, or ~/.config.
+    [[nodiscard]] static std::string UserConfigFolder();
 };
 
 }  // namespace Zarn

@@ -81,11 +81,13 @@ bool LocalizationStringTable::ReadHeader(std::istream& in,
     return true;
 }
 
-bool LocalizationStringTable::Load(std::istream& in) {
+bool LocalizationStringTable::Load(std::istream& in, size_t* malformed_line) {
     std::map<std::string, std::string, std::less<>> loaded;
     std::string line, key, value;
     bool good = true;
+    size_t line_number = 0;
     while (good && std::getline(in, line)) {
+        ++line_number;
         // A file saved on Windows ends its lines with CR LF; the CR belongs to the line
         // break, not to the line, or a one-character spacer line would count as two.
         if (line.ends_with('\r')) line.pop_back();
@@ -100,13 +102,16 @@ bool LocalizationStringTable::Load(std::istream& in) {
                 break;
         }
     }
+    if (!good && malformed_line != nullptr) *malformed_line = line_number;
     CriticalSectionLock hold(lock_);
     table_ = good ? std::move(loaded) : decltype(table_)();
     return good;
 }
 
-bool LocalizationStringTable::LoadLanguage(const std::string& home, const std::string& file_name) {
+bool LocalizationStringTable::LoadLanguage(const std::string& home, const std::string& file_name,
+                                           size_t* malformed_line) {
     Clear();
+    if (malformed_line != nullptr) *malformed_line = 0;
     if (file_name.empty()) return true;
     // A name is a plain file of the language folder, never a path out of it.
     if (file_name.find('/') != std::string::npos || file_name == "." || file_name == "..") {
@@ -115,7 +120,10 @@ bool LocalizationStringTable::LoadLanguage(const std::string& home, const std::s
     std::ifstream in(JoinPath(JoinPath(home, kFolder), file_name), std::ios::binary);
     std::array<std::string, 3> descriptions;
     if (!in || !ReadHeader(in, descriptions)) return false;
-    return Load(in);
+    if (Load(in, malformed_line)) return true;
+    constexpr size_t kHeaderLines = 4;
+    if (malformed_line != nullptr) *malformed_line += kHeaderLines;
+    return false;
 }
 
 std::vector<LocalizationStringTable::LanguageFile> LocalizationStringTable::ListLanguages(

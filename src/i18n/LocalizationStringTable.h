@@ -41,11 +41,15 @@ public:
                                          std::array<std::string, 3>& descriptions);
     // Replaces the table with the entries of the stream (positioned after the header).
     // All or nothing: one malformed line leaves the table empty and returns false. A later
-    // duplicate key replaces an earlier one.
-    bool Load(std::istream& in);
+    // duplicate key replaces an earlier one. `malformed_line`, when given, receives the
+    // number (from 1) of the line that spoiled the load.
+    bool Load(std::istream& in, size_t* malformed_line = nullptr);
     // Loads "Language/<file_name>" in the home folder. An empty name empties the table
-    // and succeeds (the source texts are shown). Any failure leaves the table empty.
-    bool LoadLanguage(const std::string& home, const std::string& file_name);
+    // and succeeds (the source texts are shown). Any failure leaves the table empty;
+    // `malformed_line` then holds the file's line that was wrong, or 0 when the file could
+    // not be opened or its header is not a language file's.
+    bool LoadLanguage(const std::string& home, const std::string& file_name,
+                      size_t* malformed_line = nullptr);
     // The language files in the home folder's "Language/", with their descriptions.
     [[nodiscard]] static std::vector<LanguageFile> ListLanguages(const std::string& home);
     // Writes the language files built into the program into the home folder's

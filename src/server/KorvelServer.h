@@ -43,6 +43,7 @@ public:
     [[nodiscard]] MountManager& GetMounts() { return mounts_; }
     [[nodiscard]] AccountManager& GetAccounts() { return accounts_; }
     [[nodiscard]] IpFilter& GetIpFilter() { return ip_filter_; }
+    [[nodiscard]] MimeTypeTable& GetMimeTypes() { return types_; }
     [[nodiscard]] GuiTransferStatusAggregator& GetTransfers() { return transfers_; }
     [[nodiscard]] ConnectionCountLimitManager& GetLimits() { return limits_; }
 

@@ -68,6 +68,15 @@ void AccountManager::LoadRights(const std::vector<std::string>& elements) {
     }
 }
 
+void AccountManager::Reload() {
+    CriticalSectionLock hold(config_.GetLock());
+    accounts_.clear();
+    rights_.clear();
+    unmatched_rights_.clear();
+    LoadAccounts(config_.users);
+    LoadRights(config_.authorities);
+}
+
 void AccountManager::ApplyPendingRights() {
     CriticalSectionLock hold(config_.GetLock());
     LoadRights(std::exchange(unmatched_rights_, {}));

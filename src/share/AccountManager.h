@@ -51,6 +51,9 @@ public:
     // taken or either name is the anonymous visitor's.
     bool RenameAccount(const std::string& name, const std::string& new_name);
     bool SetRights(const std::string& account, const std::string& mount, uint32_t rights);
+    // Reads the accounts and grants from the settings again, after the settings and the
+    // mount registry were replaced by a reload of the settings file.
+    void Reload();
     // Grants of the settings file whose mount did not exist at load time take effect for
     // mounts added since (on the command line, say).
     void ApplyPendingRights();

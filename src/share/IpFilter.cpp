@@ -23,16 +23,23 @@ std::string IpFilterRule::ToElement() const {
 }
 
 IpFilter::IpFilter(KorvelConfig& config) : config_(config) {
+    Reload();
+}
+
+void IpFilter::Reload() {
     std::vector<std::string> elements;
     {
         CriticalSectionLock hold(config_.GetLock());
         elements = config_.ipFilterTable;
     }
+    std::vector<IpFilterRule> rules;
     for (const std::string& element : elements) {
         if (std::optional<IpFilterRule> rule = IpFilterRule::Parse(element)) {
-            rules_.push_back(*rule);
+            rules.push_back(*rule);
         }
     }
+    CriticalSectionLock hold(lock_);
+    rules_ = std::move(rules);
 }
 
 bool IpFilter::IsAdmitted(std::string_view address) const {

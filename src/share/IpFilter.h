@@ -32,6 +32,9 @@ public:
     // left out.
     explicit IpFilter(KorvelConfig& config);
 
+    // Reads the rules from the settings again, replacing the ones in force.
+    void Reload();
+
     [[nodiscard]] bool IsAdmitted(std::string_view address) const;
 
     // Whether the owner may enter this pattern: after trimming, not empty, no leading or

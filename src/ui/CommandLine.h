@@ -7,9 +7,10 @@
 
 namespace Zarn {
 
-// The program's command line:
+// The program's command line when it serves:
 //   lumidrop [--home DIR] [--port N] [--console-port N] [--mount NAME=PATH]... [--version]
 //            [--help]
+// Commands (ctl, init, service) are dispatched before this parse and parse their own.
 struct CommandLine {
     std::optional<std::string> home;
     std::optional<int> port;

@@ -185,6 +185,7 @@ void ConsoleControlApi::SendListener(HttpRequest& request) {
 
 void ConsoleControlApi::StartServer(HttpRequest& request) {
     if (server_.GetPort() < 0 && !server_.Start(ChosenPort())) return SendCannotListen(request);
+    if (!RecordRunning(true)) return ConsoleApi::SendSaveFailure(request);
     SendListener(request);
 }
 
@@ -192,7 +193,14 @@ void ConsoleControlApi::StopServer(HttpRequest& request) {
     // Only the visitors' listener and its connections stop; the console is served apart.
     if (int port = server_.GetPort(); port >= 0) port_ = port;
     server_.Stop();
+    if (!RecordRunning(false)) return ConsoleApi::SendSaveFailure(request);
     SendListener(request);
+}
+
+bool ConsoleControlApi::RecordRunning(bool running) {
+    CriticalSectionLock hold(config_.GetLock());
+    config_.wasRunning = running;
+    return config_.Save();
 }
 
 void ConsoleControlApi::ChangePort(HttpRequest& request) {

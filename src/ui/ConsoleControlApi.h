@@ -33,6 +33,9 @@ private:
     void StopServer(HttpRequest& request);
     void ChangePort(HttpRequest& request);
     void SendListener(HttpRequest& request);
+    // The next launch starts sharing, or not, as the owner last left it; saved at once so
+    // that a crash does not forget it.
+    [[nodiscard]] bool RecordRunning(bool running);
     // The port the visitors' listener had when it last ran, or the saved one.
     [[nodiscard]] int ChosenPort();
 

@@ -27,6 +27,12 @@ public:
         argv.insert(argv.end(), arguments.begin(), arguments.end());
         Start(argv);
     }
+    // Without a port on the command line, as the desktop or a service starts it: the saved
+    // port, and sharing only when it was left on. The first line need not be a listening one.
+    struct AsSaved {};
+    ProgramRunner(std::string home, AsSaved) : home_(std::move(home)) {
+        Start({LUMIDROP_BINARY, "--home", home_}, false);
+    }
     ~ProgramRunner() { Stop(); }
     ProgramRunner(const ProgramRunner&) = delete;
     ProgramRunner& operator=(const ProgramRunner&) = delete;
@@ -71,7 +77,7 @@ public:
     }
 
 private:
-    void Start(const std::vector<std::string>& arguments) {
+    void Start(const std::vector<std::string>& arguments, bool must_listen = true) {
         int pipe_fds[2];
         ASSERT_EQ(::pipe(pipe_fds), 0);
         posix_spawn_file_actions_t actions;
@@ -96,6 +102,9 @@ private:
         // Kept open: what the program prints later must not meet a closed pipe.
         out_ = out;
         size_t colon = line_.rfind(':');
+        if (!must_listen &&
+            (colon == std::string::npos || !line_.starts_with("Korvel Lumidrop listening")))
+            return;
         ASSERT_NE(colon, std::string::npos) << "no listening line; stderr: " << error_path;
         port_ = std::atoi(line_.c_str() + colon + 1);
         ASSERT_GT(port_, 0);

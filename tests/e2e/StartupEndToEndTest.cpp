@@ -1,0 +1,113 @@
+// Starting the real program the way a desktop session or a service does: one instance
+// per home folder, sharing left stopped when the owner stopped it, and SIGHUP reloading
+// the data files only when all of them are good.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "support/RunningShare.h"
+#include "support/WaitUntil.h"
+
+namespace Zarn::testing {
+namespace {
+
+class StartupTest : public RunningShare {
+protected:
+    void SetUp() override {
+        share_.Write("a.txt", "first");
+        more_.Write("b.lumi", "second");
+    }
+    [[nodiscard]] std::string ProgramLog() const {
+        std::ifstream in(home_.Path() + ".stderr", std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    void Reload() const { ASSERT_EQ(::kill(program_->Pid(), SIGHUP), 0); }
+    [[nodiscard]] bool LogShows(const std::string& text) const {
+        return WaitUntil([&] { return Contains(ProgramLog(), text); });
+    }
+    [[nodiscard]] std::string MoreMount() const {
+        return "mounts+=more|" + more_.Path() + "|x|yes|x|no\r\n";
+    }
+
+    TempFolder more_;
+};
+
+TEST_F(StartupTest, HangUpTakesAGoodSettingsFileAndTheMimeTable) {
+    Start();
+    EXPECT_EQ(Visit("/more/b.lumi").status, 404);
+    home_.Write("mount.ini", home_.Read("mount.ini") + MoreMount());
+    home_.Write("mime-type.txt", "text/x-lumi lumi\n");
+    Reload();
+    ASSERT_TRUE(LogShows("Reloaded mount.ini")) << ProgramLog();
+    HttpResponse added = Visit("/more/b.lumi");
+    EXPECT_EQ(added.status, 200);
+    EXPECT_EQ(added.body, "second");
+    EXPECT_EQ(added.Header("Content-Type"), "text/x-lumi");
+    EXPECT_EQ(Visit("/docs/a.txt").body, "first");
+}
+
+TEST_F(StartupTest, HangUpWithABrokenFileKeepsEverythingAndSaysWhere) {
+    Start();
+    std::string good = home_.Read("mount.ini");
+    home_.Write("mount.ini", MoreMount() + "port=eighty\r\n" + good);
+    Reload();
+    ASSERT_TRUE(LogShows("mount.ini line 2: port cannot be 'eighty'")) << ProgramLog();
+    EXPECT_TRUE(LogShows("Nothing was reloaded"));
+    EXPECT_EQ(Visit("/docs/a.txt").body, "first");
+    EXPECT_EQ(Visit("/more/b.lumi").status, 404);
+
+    // A broken language file spoils the reload just as much, and is named by its line.
+    home_.Write("Language/Broken.wul",
+                "Korvel Lumidrop UI Language File\nx\ny\nz\n"
+                "\"a\" = \"b\"\nnot an entry\n");
+    home_.Write("mount.ini", good + MoreMount() + "uiLanguageFile=Broken.wul\r\n");
+    Reload();
+    ASSERT_TRUE(LogShows("Broken.wul line 6: not a \"key\" = \"value\" line")) << ProgramLog();
+    EXPECT_EQ(Visit("/more/b.lumi").status, 404);
+}
+
+TEST_F(StartupTest, ASecondStartPointsToTheRunningConsole) {
+    StartWithConsole();
+    std::string command = std::string(LUMIDROP_BINARY) + " --home '" + home_.Path() + "' 2>&1";
+    FILE* second = ::popen(command.c_str(), "r");
+    ASSERT_NE(second, nullptr);
+    std::string output;
+    char buffer[256];
+    while (std::fgets(buffer, sizeof buffer, second) != nullptr)
+        output += buffer;
+    int status = ::pclose(second);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_TRUE(Contains(output, "already running with the home folder " + home_.Path()));
+    EXPECT_TRUE(
+        Contains(output, "Owner's console: http://127.0.0.1:" + std::to_string(console_->Port()) +
+                             "/?token=" + console_->Token() + "\n"))
+        << output;
+}
+
+TEST_F(StartupTest, SharingStoppedFromTheConsoleStaysStoppedAtTheNextLaunch) {
+    StartWithConsole("port=0\r\n");
+    EXPECT_EQ(console_->Post("server/stop", "").status, 200);
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "wasRunning=0\r\n"));
+    Stop();
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "wasRunning=0\r\n"));
+
+    auto program = std::make_unique<ProgramRunner>(home_.Path(), ProgramRunner::AsSaved{});
+    EXPECT_TRUE(Contains(program->ListeningLine(), "sharing is stopped"))
+        << program->ListeningLine();
+    ConsoleSession console(*program);
+    HttpResponse started = console.Post("server/start", "");
+    EXPECT_TRUE(Contains(started.body, "\"listening\":true")) << started.body;
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "wasRunning=1\r\n"));
+    EXPECT_EQ(program->Stop(), 0);
+
+    // Left running, it shares again at once on the next launch.
+    program = std::make_unique<ProgramRunner>(home_.Path(), ProgramRunner::AsSaved{});
+    EXPECT_TRUE(Contains(program->ListeningLine(), "listening on http://"));
+    EXPECT_GT(program->Port(), 0);
+}
+
+}  // namespace
+}  // namespace Zarn::testing
