@@ -144,7 +144,12 @@ int Serve(const CommandLine& line) {
     std::optional<std::string> token = ConsoleToken::LoadOrCreate(home);
     ConsoleServer console({.token = token.value_or(""),
                            .port = {},
-                           .api = {.config = &config, .server = &server, .log = &log_history}});
+                           .api = {.config = &config,
+                                   .server = &server,
+                                   .log = &log_history,
+                                   .newer_revision = [&version_check] {
+                                       return version_check ? version_check->GetNewerRevision() : 0;
+                                   }}});
     if (token && console.Start(config.consolePort)) {
         std::printf("Owner's console: http://127.0.0.1:%d/?token=%s\n", console.GetPort(),
                     token->c_str());
