@@ -167,10 +167,15 @@ int Serve(const CommandLine& line) {
     // holding its port (a second home, say) is no reason to stop sharing.
     LogHistory log_history(log_queue);
     std::optional<std::string> token = ConsoleToken::LoadOrCreate(home);
-    ConsoleServer console(
-        {.token = token.value_or(""),
-         .port = {},
-         .api = {.config = &config, .server = &server, .log = &log_history, .new_home = fresh}});
+    ConsoleServer console({.token = token.value_or(""),
+                           .port = {},
+                           .api = {.config = &config,
+                                   .server = &server,
+                                   .log = &log_history,
+                                   .new_home = fresh,
+                                   .newer_revision = [&version_check] {
+                                       return version_check ? version_check->GetNewerRevision() : 0;
+                                   }}});
     int console_port = line.console_port.value_or(config.consolePort);
     if (token && console.Start(console_port)) {
         // Published before the line is printed: whoever read the line may at once start a

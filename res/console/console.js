@@ -9,10 +9,11 @@ import * as limits from "./limits.js";
 import { startLive } from "./live.js";
 import * as log from "./log.js";
 import * as mounts from "./mounts.js";
+import * as settings from "./settings.js";
 import * as transfers from "./transfers.js";
 import * as wizard from "./wizard.js";
 
-const views = { home, mounts, accounts, ipfilter, limits, transfers, log };
+const views = { home, mounts, accounts, ipfilter, limits, settings, transfers, log };
 // Which views show what a "settings" event names as changed.
 const shownBy = {
   status: "home",
@@ -22,6 +23,7 @@ const shownBy = {
   rights: "accounts",
   ipfilter: "ipfilter",
   limits: "limits",
+  settings: "settings",
 };
 
 function currentName() {
@@ -46,7 +48,12 @@ function showView() {
   refresh(name);
 }
 
-function onSettings(what) {
+async function onSettings(what) {
+  // Another console may have chosen a new language: this page speaks it too.
+  if (what === "settings/set") {
+    await loadTexts();
+    translatePage();
+  }
   const name = shownBy[what.split("/")[0]];
   // Mounts also appear in the rights matrix; a view out of sight is reloaded when shown.
   for (const affected of what.startsWith("mounts") ? [name, "accounts"] : [name]) {
@@ -72,7 +79,8 @@ async function start() {
     transfer: transfers.upsert,
     transferEnd: transfers.remove,
     log: log.append,
-    settings: onSettings,
+    settings: (what) => onSettings(what).catch((error) => notify(error.message, true)),
+    address: settings.showAddress,
   });
   document.body.dataset.ready = "true";
 }

@@ -33,6 +33,9 @@ function render() {
   document.getElementById("home-transfers").textContent = status.transfers;
   document.getElementById("home-connections").textContent = status.connections;
   document.getElementById("home-uptime").textContent = uptimeText(status.uptimeSeconds);
+  const newer = document.getElementById("home-newer");
+  newer.hidden = !(status.newerRevision > 0);
+  newer.textContent = status.newerRevision > 0 ? T("새 버전(r%d)이 나왔습니다.", status.newerRevision) : "";
   document.getElementById("home-version").textContent = T(
     "%s (리비전 %s)",
     status.version,

@@ -68,6 +68,10 @@ function listen() {
     const change = parse(event);
     if (change) handlers.settings(change.what);
   });
+  source.addEventListener("address", (event) => {
+    const found = parse(event);
+    if (found) handlers.address(found.address);
+  });
   // The browser retries a stream that broke by itself; one it gave up on (a refusal, an
   // endpoint this build lacks) stays closed, and then looking every two seconds must do.
   source.addEventListener("error", () => {
@@ -76,7 +80,8 @@ function listen() {
 }
 
 // handlers: transfers(list) replaces every row, transfer(one) adds or updates a row,
-// transferEnd(id) removes one, log(line) appends, settings(endpoint) reloads what changed.
+// transferEnd(id) removes one, log(line) appends, settings(endpoint) reloads what changed,
+// address(text) shows the visitors' address worked out anew.
 export async function startLive(given) {
   handlers = given;
   await look();

@@ -33,8 +33,13 @@ void UpdateIPStringThread::Cancel() {
 
 uint32_t UpdateIPStringThread::Run() {
     std::string address = ComputeAddress();
-    std::lock_guard hold(mutex_);
-    address_ = std::move(address);
+    {
+        std::lock_guard hold(mutex_);
+        address_ = address;
+    }
+    // A cancelled run may have given up on the check server half-way; whoever cancelled
+    // it has a newer run coming.
+    if (options_.on_found && !IsStopSignalled()) options_.on_found(address);
     return 0;
 }
 

@@ -26,6 +26,8 @@ public:
         int timeout_seconds = BareHttpConnection::kDefaultTimeoutSeconds;
         // The machine's IPv4 addresses, loopback last.
         std::function<std::vector<std::string>()> local_addresses = DefaultLocalAddresses;
+        // Told the address on the thread that found it, unless the run was cancelled.
+        std::function<void(const std::string&)> on_found = nullptr;
     };
 
     explicit UpdateIPStringThread(Options options);
@@ -44,8 +46,10 @@ public:
     // dot-separated parts, and only characters of addresses and host names.
     [[nodiscard]] static bool LooksLikeAddress(const std::string& text);
 
+    // The machine's IPv4 addresses, loopback last.
+    [[nodiscard]] static std::vector<std::string> DefaultLocalAddresses();
+
 private:
-    static std::vector<std::string> DefaultLocalAddresses();
     // The check server's view of this machine's address; nothing on any failure.
     [[nodiscard]] std::optional<std::string> FetchPublicAddress();
 

@@ -87,8 +87,14 @@ void KorvelHttpRequestHandler::ReloadSkinsForDevelopers() const {
     if (!services_.config->skinDevelopersMode) return;
     // Skin authors see their edits at once. Only the reload itself is serialised: a page
     // renders from the set it started with, so a slow client holds up nobody.
+    std::string default_skin;
+    {
+        // The owner may choose another skin from the console meanwhile.
+        CriticalSectionLock hold_settings(services_.config->GetLock());
+        default_skin = services_.config->defaultSkin;
+    }
     CriticalSectionLock hold(SkinManager::DevelopersModeLock());
-    services_.skins->LoadAll(services_.home, services_.config->defaultSkin);
+    services_.skins->LoadAll(services_.home, default_skin);
 }
 
 void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {

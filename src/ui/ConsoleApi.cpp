@@ -16,6 +16,7 @@
 #include "ui/ConsoleControlApi.h"
 #include "ui/ConsoleEvents.h"
 #include "ui/ConsoleQrApi.h"
+#include "ui/ConsoleSettingsApi.h"
 #include "ui/ConsoleSetupApi.h"
 #include "ui/ConsoleSharingApi.h"
 #include "ui/ConsoleTexts.h"
@@ -60,6 +61,12 @@ ConsoleApi::ConsoleApi(Services services) : services_(services) {
     events_ = std::make_unique<ConsoleEvents>(services_.server->GetTransfers(), *services_.log);
     if (!events_->Start()) Log(kLogError, "The console's event thread could not start");
     control_ = std::make_unique<ConsoleControlApi>(*services_.config, *services_.server, *events_);
+    settings_ = std::make_unique<ConsoleSettingsApi>(
+        ConsoleSettingsApi::Services{.config = services_.config,
+                                     .server = services_.server,
+                                     .events = events_.get(),
+                                     .control = control_.get(),
+                                     .newer_revision = services_.newer_revision});
 }
 
 ConsoleApi::~ConsoleApi() = default;
@@ -78,12 +85,14 @@ bool ConsoleApi::IsChange(std::string_view endpoint) {
     if (ConsoleSharingApi::IsChange(endpoint)) return true;
     if (ConsoleControlApi::IsChange(endpoint)) return true;
     if (ConsoleSetupApi::IsChange(endpoint)) return true;
+    if (ConsoleSettingsApi::IsChange(endpoint)) return true;
     return endpoint == "transfers/kick" || endpoint == "limits/set";
 }
 
 void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
     ChangeAnnouncement announcement(events_.get(), request, endpoint);
     if (control_ != nullptr && control_->Serve(request, endpoint)) return;
+    if (settings_ != nullptr && settings_->Serve(request, endpoint)) return;
     if (endpoint == "status") return SendStatus(request);
     if (endpoint == "transfers") return SendTransfers(request);
     if (endpoint == "transfers/kick") return Kick(request);
@@ -151,6 +160,7 @@ void ConsoleApi::SendStatus(HttpRequest& request) {
         .Member("listening", port >= 0)
         .Member("port", static_cast<int64_t>(port))
         .Member("address", server.GetDisplayAddress())
+        .Member("newerRevision", settings_ != nullptr ? settings_->GetNewerRevision() : 0)
         .Member("uptimeSeconds", static_cast<int64_t>(uptime.count()))
         .Member("transfers", static_cast<uint64_t>(server.GetTransfers().Snapshot().size()))
         .Member("connections", static_cast<uint64_t>(server.GetConnectionCount()))

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,6 +15,7 @@ namespace Zarn {
 
 class ConsoleControlApi;
 class ConsoleEvents;
+class ConsoleSettingsApi;
 class HttpRequest;
 class JsonWriter;
 class KorvelConfig;
@@ -32,6 +34,8 @@ public:
         // may be due.
         bool new_home = false;
         std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
+        // The newer revision the start-up check found, 0 when none (may be empty).
+        std::function<int()> newer_revision = nullptr;
     };
 
     explicit ConsoleApi(Services services);
@@ -77,9 +81,10 @@ private:
     void SetLimits(HttpRequest& request);
 
     Services services_;
-    // Both null without a server, a log and the settings.
+    // All null without a server, a log and the settings.
     std::unique_ptr<ConsoleEvents> events_;
     std::unique_ptr<ConsoleControlApi> control_;
+    std::unique_ptr<ConsoleSettingsApi> settings_;
 };
 
 }  // namespace Zarn

@@ -203,14 +203,24 @@ bool ConsoleControlApi::RecordRunning(bool running) {
     return config_.Save();
 }
 
+bool ConsoleControlApi::MoveListener(int port) {
+    std::lock_guard hold(change_mutex_);
+    return MoveListenerHeld(port);
+}
+
+bool ConsoleControlApi::MoveListenerHeld(int port) {
+    // A port that cannot be had leaves the old listener serving.
+    if (!server_.ChangePort(port)) return false;
+    port_ = port;
+    return true;
+}
+
 void ConsoleControlApi::ChangePort(HttpRequest& request) {
     std::string text;
     (void)request.GetFormParameter("port", text);
     std::optional<int64_t> port = ConsoleApi::ParseInteger(text, 1, 65535);
     if (!port) return SendBadValue(request, "port");
-    // A port that cannot be had leaves the old listener serving.
-    if (!server_.ChangePort(static_cast<int>(*port))) return SendCannotListen(request);
-    port_ = static_cast<int>(*port);
+    if (!MoveListenerHeld(static_cast<int>(*port))) return SendCannotListen(request);
     bool saved;
     {
         CriticalSectionLock hold(config_.GetLock());

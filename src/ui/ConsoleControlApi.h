@@ -22,6 +22,10 @@ public:
     [[nodiscard]] static bool IsChange(std::string_view endpoint);
     // False, answering nothing, for an endpoint that is not one of these.
     [[nodiscard]] bool Serve(HttpRequest& request, std::string_view endpoint);
+    // Moves the visitors' listener to the port, or makes it the port of the next start
+    // while the listener is stopped; saves nothing. False when the port cannot be had: the
+    // old listener keeps serving, and the reason is the thread's last socket error.
+    [[nodiscard]] bool MoveListener(int port);
 
 private:
     void SendRules(HttpRequest& request);
@@ -36,6 +40,7 @@ private:
     // The next launch starts sharing, or not, as the owner last left it; saved at once so
     // that a crash does not forget it.
     [[nodiscard]] bool RecordRunning(bool running);
+    [[nodiscard]] bool MoveListenerHeld(int port);  // with change_mutex_ held
     // The port the visitors' listener had when it last ran, or the saved one.
     [[nodiscard]] int ChosenPort();
 

@@ -1,0 +1,130 @@
+// The console's settings against the real program over real sockets: each change is seen
+// by the next visitor, saved to mount.ini, refused whole when one field is wrong, and the
+// language, the skins and the visitors' address follow at once.
+
+#include <gtest/gtest.h>
+
+#include "net/TCPServerSocket.h"
+#include "support/RunningShare.h"
+#include "support/WaitUntil.h"
+
+namespace Zarn {
+namespace {
+
+using testing::Contains;
+using testing::HttpResponse;
+using testing::WaitUntil;
+
+class ConsoleSettingsEndToEndTest : public testing::RunningShare {
+protected:
+    void SetUp() override {
+        share_.Write("a.txt", "shared");
+        share_.Write(".secret", "hidden");
+    }
+    HttpResponse Set(const std::string& form) const { return console_->Post("settings/set", form); }
+    bool ListsSecret() const { return Contains(Visit("/docs/").body, ".secret"); }
+};
+
+TEST_F(ConsoleSettingsEndToEndTest, ChangesReachTheNextVisitorAndAreSavedAtOnce) {
+    StartWithConsole();
+    EXPECT_TRUE(Contains(console_->Get("settings").body, "\"showHiddenFiles\":false"));
+    ASSERT_FALSE(ListsSecret());
+
+    HttpResponse changed = Set("showHiddenFiles=1");
+    EXPECT_EQ(changed.status, 200) << changed.body;
+    EXPECT_TRUE(Contains(changed.body, "\"showHiddenFiles\":true")) << changed.body;
+    EXPECT_TRUE(ListsSecret());
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "\r\nshowHiddenFiles=1\r\n"));
+
+    // Several at once, each in effect and all in the one saved file.
+    ASSERT_EQ(Set("canRootAccess=0&keepAliveTimeout=30&defaultUrlCodepage=65001").status, 200);
+    EXPECT_EQ(Visit("/").status, 403);
+    std::string saved = home_.Read("mount.ini");
+    for (const char* line : {"canRootAccess=0", "keepAliveTimeout=30", "defaultUrlCodepage=65001"})
+        EXPECT_TRUE(Contains(saved, std::string("\r\n") + line + "\r\n")) << line;
+
+    // What was saved is what the next start reads.
+    Relaunch();
+    EXPECT_TRUE(ListsSecret());
+    EXPECT_EQ(Visit("/").status, 403);
+}
+
+TEST_F(ConsoleSettingsEndToEndTest, OneBadFieldRefusesTheWholeChangeAndNamesTheField) {
+    StartWithConsole();
+    const std::string saved = home_.Read("mount.ini");
+    TCPServerSocket holder;
+    ASSERT_TRUE(holder.Listen(0));
+    const struct {
+        std::string form, field;
+        int status;
+    } refusals[] = {
+        {"showHiddenFiles=1&port=70000", "port", 400},
+        {"showHiddenFiles=1&keepAliveTimeout=0", "keepAliveTimeout", 400},
+        {"showHiddenFiles=maybe", "showHiddenFiles", 400},
+        {"showHiddenFiles=1&defaultUrlCodepage=4242", "defaultUrlCodepage", 400},
+        {"showHiddenFiles=1&uiLanguageFile=Klingon.wul", "uiLanguageFile", 400},
+        {"showHiddenFiles=1&defaultSkin=nosuch", "defaultSkin", 400},
+        {"showHiddenFiles=1&HostName=a%0d%0aport%3d1", "HostName", 400},
+        // A documentation address no machine has as its own.
+        {"showHiddenFiles=1&preferredLancardAddress=203.0.113.77", "preferredLancardAddress", 400},
+        {"showHiddenFiles=1&mounts=x", "mounts", 400},
+        {"", "", 400},
+        {"showHiddenFiles=1&port=" + std::to_string(holder.GetLocalPort()), "port", 409},
+    };
+    for (const auto& refusal : refusals) {
+        HttpResponse refused = Set(refusal.form);
+        EXPECT_EQ(refused.status, refusal.status) << refusal.form << " " << refused.body;
+        EXPECT_TRUE(Contains(refused.body, "\"field\":\"" + refusal.field + "\""))
+            << refusal.form << " " << refused.body;
+    }
+    EXPECT_TRUE(Contains(Set("keepAliveTimeout=0").body, "from 1 to 3600"));
+    EXPECT_EQ(home_.Read("mount.ini"), saved);
+    EXPECT_FALSE(ListsSecret());
+    EXPECT_EQ(Visit("/docs/a.txt").body, "shared");  // the listener stayed where it was
+    // A change only ever comes as the console's own POST.
+    EXPECT_EQ(console_->Get("settings/set?showHiddenFiles=1").status, 403);
+    EXPECT_EQ(console_->Post("settings/set", "showHiddenFiles=1", "").status, 403);
+    EXPECT_FALSE(ListsSecret());
+}
+
+TEST_F(ConsoleSettingsEndToEndTest, ANewLanguageSwitchesTheConsoleAndTheVisitorsPagesAtOnce) {
+    StartWithConsole();
+    EXPECT_TRUE(Contains(console_->Get("texts").body, "\"홈\":\"Home\""));
+    EXPECT_TRUE(Contains(Visit("/docs/").body, "<html lang=\"en\""));
+    EXPECT_TRUE(Contains(console_->Get("languages").body,
+                         "{\"file\":\"English.wul\",\"builtIn\":false,"
+                         "\"descriptions\":[\"English\","));
+
+    ASSERT_EQ(Set("uiLanguageFile=").status, 200);
+    EXPECT_TRUE(Contains(console_->Get("texts").body, "\"홈\":\"홈\""));
+    EXPECT_TRUE(Contains(Visit("/docs/").body, "<html lang=\"ko\""));
+    EXPECT_TRUE(Contains(console_->Get("languages").body, "\"chosen\":\"\""));
+
+    ASSERT_EQ(Set("uiLanguageFile=English.wul").status, 200);
+    EXPECT_TRUE(Contains(Visit("/docs/").body, "<html lang=\"en\""));
+}
+
+TEST_F(ConsoleSettingsEndToEndTest, SkinsArePreviewedAndTheAddressFollowsItsSettings) {
+    StartWithConsole();
+    std::string skins = console_->Get("skins").body;
+    const std::string preview = "http://127.0.0.1:" + std::to_string(port_) + "/?skin=.default";
+    EXPECT_TRUE(Contains(skins, "\"name\":\".default\",\"builtIn\":true,\"preview\":\"" + preview))
+        << skins;
+    EXPECT_EQ(Visit("/?skin=.default").status, 200);
+    ASSERT_EQ(Set("defaultSkin=.default&skinDevelopersMode=1").status, 200);
+    EXPECT_EQ(Visit("/docs/").status, 200);
+    EXPECT_TRUE(Contains(console_->Get("skins").body, "\"developersMode\":true"));
+
+    auto shown = [this] { return console_->Get("status").body; };
+    ASSERT_EQ(Set("getPublicIP=0&useHostName=1&HostName=share.example.org").status, 200);
+    EXPECT_TRUE(WaitUntil([&] { return Contains(shown(), "\"address\":\"share.example.org\""); }))
+        << shown();
+    ASSERT_EQ(Set("useHostName=0&preferredLancardAddress=127.0.0.1").status, 200);
+    EXPECT_TRUE(WaitUntil([&] { return Contains(shown(), "\"address\":\"127.0.0.1\""); }))
+        << shown();
+    EXPECT_TRUE(Contains(console_->Get("address").body, "\"addresses\":["));
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "\r\npreferredLancardAddress=127.0.0.1\r\n"));
+}
+
+}  // namespace
+}  // namespace Zarn

@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "config/KorvelConfig.h"
+#include "skin/SkinManager.h"
+#include "support/TempFolder.h"
+#include "ui/SettingsCatalog.h"
+
+namespace Zarn {
+namespace {
+
+using testing::TempFolder;
+
+class SettingsCatalogTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        home_.Write("Language/English.wul",
+                    "Korvel Lumidrop UI Language File\nEnglish\nus\n1\n\"홈\" = \"Home\"\n");
+        home_.Write("Language/Broken.wul", "Not a language file\na\nb\nc\n");
+        home_.Write("skin/mine/setting.ini", "skin=skin.html\r\n");
+        home_.Write("skin/nosetting/readme.txt", "no setting.ini here");
+    }
+
+    TempFolder home_;
+    KorvelConfig config_{home_ / "mount.ini"};
+};
+
+// Every scalar the store registers is the owner's to set, bar the folder the old desktop
+// dialog remembered; the lists have editors of their own.
+TEST_F(SettingsCatalogTest, CoversEveryScalarOfTheSettingsFileAndMapsEachToItsOwnValue) {
+    for (const std::string& key : config_.ItemKeys()) {
+        if (key == "lastAddMountDirectory") continue;
+        EXPECT_NE(SettingsCatalog::Find(key), nullptr) << key;
+    }
+    for (const std::string& key : config_.ListKeys())
+        EXPECT_EQ(SettingsCatalog::Find(key), nullptr) << key;
+
+    // A distinct value in each, then the store must read back exactly those: a key bound
+    // to another key's member shows here.
+    int next = 2;
+    for (const SettingsCatalog::Entry& entry : SettingsCatalog::Entries()) {
+        if (entry.type == SettingsCatalog::Type::kText) continue;
+        std::string current;
+        ASSERT_TRUE(config_.GetItem(entry.key, current));
+        int number = entry.key == "defaultUrlCodepage" ? 1252 : next++;
+        if (entry.type == SettingsCatalog::Type::kBool) number = current == "1" ? 0 : 1;
+        const std::string value = std::to_string(number);
+        std::string error;
+        ASSERT_TRUE(SettingsCatalog::Set(config_, entry.key, value, error)) << entry.key << error;
+        std::string stored;
+        ASSERT_TRUE(config_.GetItem(entry.key, stored));
+        EXPECT_EQ(stored, value) << entry.key;
+        EXPECT_EQ(SettingsCatalog::Get(config_, entry.key), value) << entry.key;
+    }
+}
+
+TEST_F(SettingsCatalogTest, ChecksEachValueByTypeBoundsAndWhatItNames) {
+    ASSERT_TRUE(SkinManager::Instance().ListNames().empty()) << "no skin loaded in this test";
+    const struct {
+        const char* key;
+        const char* value;
+        std::optional<std::string> stored;  // nothing: refused
+    } cases[] = {
+        {"port", "1", "1"},
+        {"port", " 8080 ", "8080"},
+        {"port", "65535", "65535"},
+        {"port", "0", std::nullopt},
+        {"port", "65536", std::nullopt},
+        {"port", "80x", std::nullopt},
+        {"port", "", std::nullopt},
+        {"consolePort", "0", "0"},
+        {"consolePort", "-1", std::nullopt},
+        {"showHiddenFiles", "1", "1"},
+        {"showHiddenFiles", "true", "1"},
+        {"showHiddenFiles", "false", "0"},
+        {"showHiddenFiles", "yes", std::nullopt},
+        {"showHiddenFiles", "2", std::nullopt},
+        {"keepAliveTimeout", "1", "1"},
+        {"keepAliveTimeout", "3600", "3600"},
+        {"keepAliveTimeout", "0", std::nullopt},
+        {"keepAliveTimeout", "3601", std::nullopt},
+        {"totalUploadSpeedLimit", "-1", "-1"},
+        {"totalUploadSpeedLimit", "-2", std::nullopt},
+        {"downloadConnectionLimit", "100001", std::nullopt},
+        {"defaultUrlCodepage", "949", "949"},
+        {"defaultUrlCodepage", "65001", "65001"},
+        {"defaultUrlCodepage", "1252", "1252"},
+        {"defaultUrlCodepage", "4242", std::nullopt},
+        {"defaultUrlCodepage", "0", std::nullopt},
+        {"HostName", "share.example.org", "share.example.org"},
+        {"HostName", "[::1]", "[::1]"},
+        {"HostName", "", ""},
+        {"HostName", "two words", std::nullopt},
+        {"HostName", "<b>x</b>", std::nullopt},
+        {"HostName", "a\r\nport=1", std::nullopt},
+        {"preferredLancardAddress", "10.0.0.5", "10.0.0.5"},
+        {"preferredLancardAddress", "", ""},
+        {"preferredLancardAddress", "10.0.0", std::nullopt},
+        {"preferredLancardAddress", "host.example", std::nullopt},
+        {"uiLanguageFile", "English.wul", "English.wul"},
+        {"uiLanguageFile", "", ""},
+        {"uiLanguageFile", "Missing.wul", std::nullopt},
+        {"uiLanguageFile", "Broken.wul", std::nullopt},
+        {"uiLanguageFile", "../mount.ini", std::nullopt},
+        {"defaultSkin", ".default", ".default"},
+        {"defaultSkin", "mine", "mine"},
+        {"defaultSkin", "", ""},
+        {"defaultSkin", "nosetting", std::nullopt},
+        {"defaultSkin", "nosuch", std::nullopt},
+        {"defaultSkin", "../skin/mine", std::nullopt},
+        {"mounts", "x", std::nullopt},
+        {"lastAddMountDirectory", "/", std::nullopt},
+        {"noSuchKey", "1", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        std::string error;
+        std::optional<std::string> stored = SettingsCatalog::Check(config_, c.key, c.value, error);
+        EXPECT_EQ(stored, c.stored) << c.key << "=" << c.value;
+        EXPECT_EQ(error.empty(), c.stored.has_value()) << c.key << "=" << c.value << ": " << error;
+    }
+    std::string error;
+    (void)SettingsCatalog::Check(config_, "keepAliveTimeout", "0", error);
+    EXPECT_NE(error.find("3600"), std::string::npos) << "the refusal tells the bounds: " << error;
+}
+
+// Once the program has loaded its skins, only what was actually registered may be chosen.
+TEST_F(SettingsCatalogTest, ASkinMustBeRegisteredOnceSkinsAreLoaded) {
+    SkinManager::Instance().LoadAll(home_.Path(), "");
+    std::string error;
+    EXPECT_EQ(SettingsCatalog::Check(config_, "defaultSkin", ".default", error), ".default");
+    // Its folder has a setting.ini but no template, so it never made it into the registry.
+    EXPECT_FALSE(SettingsCatalog::Check(config_, "defaultSkin", "mine", error));
+}
+
+TEST_F(SettingsCatalogTest, SetStoresOnlyGoodValuesAndTheSavedFileKeepsThem) {
+    std::string error;
+    EXPECT_TRUE(SettingsCatalog::Set(config_, "port", "8080", error));
+    EXPECT_TRUE(SettingsCatalog::Set(config_, "uiLanguageFile", "English.wul", error));
+    EXPECT_TRUE(SettingsCatalog::Set(config_, "followLinksOutOfMounts", "1", error));
+    EXPECT_FALSE(SettingsCatalog::Set(config_, "port", "70000", error));
+    EXPECT_FALSE(SettingsCatalog::Set(config_, "HostName", "bad name", error));
+    EXPECT_EQ(config_.port, 8080);
+    EXPECT_EQ(config_.HostName, "");
+    EXPECT_EQ(SettingsCatalog::Get(config_, "followLinksOutOfMounts"), "1");
+    EXPECT_EQ(SettingsCatalog::Get(config_, "noSuchKey"), std::nullopt);
+
+    ASSERT_TRUE(config_.Save());
+    KorvelConfig reread(home_ / "mount.ini");
+    EXPECT_EQ(reread.port, 8080);
+    EXPECT_EQ(reread.uiLanguageFile, "English.wul");
+    EXPECT_TRUE(reread.followLinksOutOfMounts);
+}
+
+}  // namespace
+}  // namespace Zarn
