@@ -137,12 +137,15 @@ int Serve(const CommandLine& line) {
     // line asks for a port or a share.
     bool serve = fresh || config.wasRunning || line.port || !line.mounts.empty();
     int port = line.port.value_or(config.port);
-    if (serve && !server.Start(port)) {
+    bool listening = serve && server.Start(port);
+    if (serve && !listening) {
         int code = LastSocketError();
         log_writer.Flush();
         std::fprintf(stderr, "lumidrop: cannot listen on port %d: %s%s\n", port, ErrorText(code),
                      code == 10013 || code == 10048 ? " (choose another port with --port N)" : "");
-        return 1;
+        // A new home has no sharing to keep yet, and its owner picks the port in the
+        // console's first-run wizard (port 80, the default, is for root alone).
+        if (!fresh) return 1;
     }
     // The start-up line waits for the address (the check server's time-outs bound it);
     // the revision check runs on beside the server.
@@ -154,9 +157,12 @@ int Serve(const CommandLine& line) {
     UpdateIPStringThread address_finder({.config = &config});
     if (address_finder.Start()) address_finder.Join();
     server.SetDisplayAddress(address_finder.GetAddress());
-    if (serve) {
+    if (listening) {
         std::printf("%s listening on http://%s:%d/\n", kProductName,
                     server.GetDisplayAddress().c_str(), server.GetPort());
+    } else if (serve) {
+        std::printf("%s: sharing is not started yet; choose its port in the owner's console\n",
+                    kProductName);
     } else {
         std::printf("%s: sharing is stopped, as it was left; start it from the owner's console\n",
                     kProductName);
@@ -190,15 +196,15 @@ int Serve(const CommandLine& line) {
         std::fprintf(stderr, "lumidrop: the owner's console cannot listen on port %d: %s\n",
                      console_port, token ? ErrorText(code) : "no console.token could be made");
         // Stopped sharing without a console would be a program nobody can reach.
-        if (!serve) return 1;
+        if (!listening) return 1;
     }
 
     SystemdNotifier notifier = SystemdNotifier::FromEnvironment();
     // Told again after each reload: the owner may have stopped or moved the listener since.
     auto status = [&server, &console] {
-        int listening = server.GetPort();
-        std::string text = listening >= 0 ? "Sharing on port " + std::to_string(listening)
-                                          : std::string("Sharing stopped");
+        int port_now = server.GetPort();
+        std::string text = port_now >= 0 ? "Sharing on port " + std::to_string(port_now)
+                                         : std::string("Sharing stopped");
         if (console.GetPort() > 0) {
             text +=
                 "; owner's console on http://127.0.0.1:" + std::to_string(console.GetPort()) + "/";

@@ -3,7 +3,10 @@
 // the data files only when all of them are good.
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -107,6 +110,37 @@ TEST_F(StartupTest, SharingStoppedFromTheConsoleStaysStoppedAtTheNextLaunch) {
     program = std::make_unique<ProgramRunner>(home_.Path(), ProgramRunner::AsSaved{});
     EXPECT_TRUE(Contains(program->ListeningLine(), "listening on http://"));
     EXPECT_GT(program->Port(), 0);
+}
+
+// Port 80, a new home's default, is for root alone; a new owner must still reach the
+// console's wizard to choose another, so a new home that cannot listen keeps running.
+TEST_F(StartupTest, ANewHomeThatCannotListenStillOpensTheConsole) {
+    int holder = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(holder, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(holder, 1), 0);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(::getsockname(holder, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    std::string held = std::to_string(ntohs(address.sin_port));
+
+    TempFolder fresh;
+    std::string home = fresh.Path() + "/home";
+    ProgramRunner program(home, ProgramRunner::AsSaved{}, {"--port", held, "--console-port", "0"});
+    EXPECT_TRUE(Contains(program.ListeningLine(), "not started yet")) << program.ListeningLine();
+    ConsoleSession console(program);
+    EXPECT_TRUE(Contains(console.Get("setup").body, "\"due\":true"));
+
+    // A home with settings that cannot listen says so and ends, as it always did.
+    TempFolder settled;
+    settled.Write("mount.ini", "port=" + held + "\r\nconsolePort=0\r\nwasRunning=1\r\n");
+    ProgramRunner refused(settled.Path(), ProgramRunner::AsSaved{});
+    EXPECT_EQ(refused.Stop(), 1);
+
+    ::close(holder);
+    HttpResponse started = console.Post("server/start", "");
+    EXPECT_TRUE(Contains(started.body, "\"listening\":true")) << started.body;
 }
 
 }  // namespace

@@ -30,8 +30,11 @@ public:
     // Without a port on the command line, as the desktop or a service starts it: the saved
     // port, and sharing only when it was left on. The first line need not be a listening one.
     struct AsSaved {};
-    ProgramRunner(std::string home, AsSaved) : home_(std::move(home)) {
-        Start({LUMIDROP_BINARY, "--home", home_}, false);
+    ProgramRunner(std::string home, AsSaved, const std::vector<std::string>& arguments = {})
+        : home_(std::move(home)) {
+        std::vector<std::string> argv = {LUMIDROP_BINARY, "--home", home_};
+        argv.insert(argv.end(), arguments.begin(), arguments.end());
+        Start(argv, false);
     }
     ~ProgramRunner() { Stop(); }
     ProgramRunner(const ProgramRunner&) = delete;
