@@ -230,6 +230,18 @@ TEST_F(CtlEndToEndTest, EditsTheRunningProgramsSharingModelAtOnce) {
     Ok({"mount", "rm", "photos"});
     EXPECT_EQ(VisitAs("/photos/cat.jpg"), 404);
     EXPECT_EQ(Ok({"--json", "user", "list"}), console_->Get("accounts").body + "\n");
+
+    // Any other setting, by its mount.ini key, checked as the console checks it.
+    share_.Write(".secret", "hidden");
+    EXPECT_FALSE(Contains(Visit("/docs/").body, ".secret"));
+    Ok({"set", "showHiddenFiles", "1"});
+    EXPECT_TRUE(Contains(Visit("/docs/").body, ".secret"));
+    EXPECT_EQ(Ok({"get", "showHiddenFiles"}), Ok({"get", "singleInstance"}));
+    CtlResult bad = Ctl({"set", "keepAliveTimeout", "forever"});
+    EXPECT_EQ(bad.code, 1);
+    EXPECT_TRUE(Contains(bad.err, "keepAliveTimeout")) << bad.err;
+    EXPECT_EQ(Ctl({"get", "noSuchKey"}).code, 1);
+    EXPECT_TRUE(Contains(Ok({"get"}), "keepAliveTimeout"));
 }
 
 TEST_F(CtlEndToEndTest, EditsMountIniWhenNoProgramRunsForTheNextOneToServe) {
@@ -244,6 +256,9 @@ TEST_F(CtlEndToEndTest, EditsMountIniWhenNoProgramRunsForTheNextOneToServe) {
     Ok({"rights", "eve", "pics", "ldu"});
     Ok({"ipfilter", "add", "10.1.*.*", "ban"});
     Ok({"limits", "perIPdownloadConnectionLimit=4"});
+    Ok({"set", "keepAliveTimeout", "42"});
+    EXPECT_EQ(Ok({"get", "keepAliveTimeout"}), "42\n");
+    EXPECT_EQ(Ctl({"set", "keepAliveTimeout", "0"}).code, 1);
     CtlResult refused = Ctl({"mount", "add", "pics", pictures.Path()});
     EXPECT_EQ(refused.code, 1);
     EXPECT_TRUE(Contains(refused.err, "name: ")) << refused.err;
@@ -264,6 +279,7 @@ TEST_F(CtlEndToEndTest, EditsMountIniWhenNoProgramRunsForTheNextOneToServe) {
         << console_->Get("rights").body;
     EXPECT_EQ(console_->Get("ipfilter").body, "[{\"rule\":\"10.1.*.*\",\"action\":\"ban\"}]");
     EXPECT_TRUE(Contains(console_->Get("limits").body, "\"perIPdownloadConnectionLimit\":4"));
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "keepAliveTimeout=42\r\n"));
     // With the program running the same command goes to it, not to the file it holds.
     Ok({"mount", "rm", "cat"});
     EXPECT_EQ(Visit("/cat").status, 404);

@@ -201,13 +201,16 @@ TEST(ProgramTest, RefusesATakenPortASecondInstanceAndBadArguments) {
 }
 
 TEST(ProgramTest, NewHomeTakesItsLanguageFromTheLocale) {
-    TCPServerSocket taken;  // a taken port ends each run right after start-up
+    // A new home that can have neither its port nor its console's ends right after
+    // start-up.
+    TCPServerSocket taken;
     ASSERT_TRUE(taken.Listen(0));
     for (auto [locale, expected] : {std::pair{"ko_KR.UTF-8", "uiLanguageFile=\r\n"},
                                     std::pair{"de_DE.UTF-8", "uiLanguageFile=English.wul\r\n"}}) {
         TempFolder home;
         std::string command = "LC_ALL= LC_MESSAGES= LANG=" + std::string(locale) + " " +
                               LUMIDROP_BINARY + " --home " + home.Path() + " --port " +
+                              std::to_string(taken.GetLocalPort()) + " --console-port " +
                               std::to_string(taken.GetLocalPort()) + " 2>/dev/null";
         (void)std::system(command.c_str());
         EXPECT_TRUE(Contains(home.Read("mount.ini"), expected)) << locale;
