@@ -29,6 +29,8 @@ std::optional<CtlArguments> CtlArguments::Parse(const std::vector<std::string>& 
             parsed.json = true;
         } else if (word == "--yes" || word == "-y") {
             parsed.yes = true;
+        } else if (word == "--open") {
+            parsed.open = true;
         } else if (word == "--watch" || word == "-f" || word == "--follow") {
             parsed.follow = true;
         } else if (std::string name = word.substr(word.find_first_not_of('-'));

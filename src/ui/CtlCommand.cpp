@@ -187,7 +187,9 @@ int CtlCommand::Console(CtlContext& context) {
         std::printf("%s\n", url.c_str());
     }
     std::fflush(stdout);
-    if (HasDesktop() && ::isatty(STDOUT_FILENO)) OpenInBrowser(url);
+    // A script reading the address wants no browser; a person at a terminal, or the desktop
+    // entry (which has no terminal and asks with --open), does.
+    if (HasDesktop() && (::isatty(STDOUT_FILENO) || context.Arguments().open)) OpenInBrowser(url);
     return CtlContext::kOk;
 }
 
@@ -201,7 +203,8 @@ std::string CtlCommand::HelpText() {
            "  transfers [--watch]          the transfers now (--watch: as they move)\n"
            "  kick ID                      stop a transfer\n"
            "  log [-f]                     the log's last lines (-f: and what follows)\n"
-           "  console                      print the console's address and open it\n"
+           "  console [--open]             print the console's address and open it (on a\n"
+           "                               desktop: from a terminal, or always with --open)\n"
            "  mount list\n"
            "  mount add NAME PATH [--note TEXT] [--option yes|no]\n"
            "  mount edit NAME [--name NEW] [--path PATH] [--note TEXT] [--option yes|no]\n"

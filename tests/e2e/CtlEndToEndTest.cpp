@@ -8,10 +8,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 
 #include "core/Base64.h"
 #include "core/JsonValue.h"
@@ -139,8 +141,24 @@ TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
     std::optional<JsonValue> json = JsonValue::Parse(Ok({"--json", "status"}), error);
     ASSERT_TRUE(json) << error;
     EXPECT_EQ(json->Integer("port"), port_);
-    EXPECT_EQ(Ok({"console"}), "http://127.0.0.1:" + std::to_string(console_->Port()) +
-                                   "/?token=" + console_->Token() + "\n");
+    const std::string url =
+        "http://127.0.0.1:" + std::to_string(console_->Port()) + "/?token=" + console_->Token();
+    {
+        // At a desktop a browser opens for a person, never for a script reading the
+        // address: from a terminal, or when the desktop entry asks with --open.
+        TempFolder bin;
+        bin.Write("xdg-open", "#!/bin/sh\necho \"$1\" >> '" + bin / "opened" + "'\n");
+        ASSERT_EQ(::chmod((bin / "xdg-open").c_str(), 0755), 0);
+        std::string saved_path = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
+        ::setenv("PATH", (bin.Path() + ":" + saved_path).c_str(), 1);
+        ::setenv("DISPLAY", ":99", 1);
+        EXPECT_EQ(Ok({"console"}), url + "\n");
+        EXPECT_FALSE(bin.Exists("opened"));
+        EXPECT_EQ(Ok({"console", "--open"}), url + "\n");
+        EXPECT_TRUE(bin.Exists("opened") && bin.Read("opened") == url + "\n");
+        ::unsetenv("DISPLAY");
+        ::setenv("PATH", saved_path.c_str(), 1);
+    }
     EXPECT_TRUE(Contains(Ok({"log"}), "Korvel Lumidrop"));
 
     // A download paced slowly enough to be seen, followed and kicked.
