@@ -81,8 +81,17 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   await page.check('[id="settings-language-English.wul"]');
   await done;
   await waitForText('.tabs a[href="#settings"]', "Settings");
-  check((await page.$("#settings-server .field-error")) === null, "the refusal went with its value");
-  check((await page.inputValue("#settings-keepalive")) === "15", "the saved value is back");
+  // The tabs may follow the event stream before the form is filled again.
+  const settled = await page
+    .waitForFunction(
+      () =>
+        document.querySelector("#settings-server .field-error") === null &&
+        document.getElementById("settings-keepalive").value === "15",
+      null,
+      { timeout: 10000 },
+    )
+    .then(() => true, () => false);
+  check(settled, "the refusal went with its value, and the saved value is back");
   const again = await visitorPage();
   check(again.lang === "en" && again.path === "Location", `visitors in English again: ${JSON.stringify(again)}`);
 
