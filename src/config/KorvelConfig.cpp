@@ -79,6 +79,10 @@ int KorvelConfig::GetKeepAliveTimeout() const {
     return std::clamp(keepAliveTimeout, kMinKeepAliveTimeout, kMaxKeepAliveTimeout);
 }
 
+std::string KorvelConfig::GetHomeFolder() const {
+    return FolderOf(settings_path_);
+}
+
 bool KorvelConfig::Save() {
     CriticalSectionLock hold(lock_);
     std::ostringstream text;

@@ -37,6 +37,8 @@ public:
     bool Save();
 
     [[nodiscard]] const std::string& GetPath() const { return settings_path_; }
+    // The home folder: where mount.ini lives, beside Language/, skin/ and Log/.
+    [[nodiscard]] std::string GetHomeFolder() const;
     void SetPath(std::string settings_path) { settings_path_ = std::move(settings_path); }
     [[nodiscard]] CriticalSection& GetLock() { return lock_; }
     // keepAliveTimeout within its bounds, however it was set.

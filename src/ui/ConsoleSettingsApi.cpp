@@ -72,10 +72,6 @@ bool ConsoleSettingsApi::Serve(HttpRequest& request, std::string_view endpoint) 
     return true;
 }
 
-std::string ConsoleSettingsApi::HomeFolder() const {
-    return FolderOf(services_.config->GetPath());
-}
-
 int ConsoleSettingsApi::GetNewerRevision() {
     if (!services_.config->useVersionCheck) return 0;
     int found = services_.newer_revision ? services_.newer_revision() : 0;
@@ -161,7 +157,7 @@ void ConsoleSettingsApi::Apply(const std::map<std::string, std::string>& values,
     SetDefaultUrlCodepage(config.defaultUrlCodepage);
     services_.server->ApplyLimits();
     if (Changed(before, "uiLanguageFile")) {
-        ReloadLanguage();
+        ApplyLanguage(config);
     } else if (Changed(before, "defaultSkin")) {
         std::string skin;
         {
@@ -184,20 +180,18 @@ void ConsoleSettingsApi::Apply(const std::map<std::string, std::string>& values,
     }
 }
 
-void ConsoleSettingsApi::ReloadLanguage() {
+void ConsoleSettingsApi::ApplyLanguage(KorvelConfig& config) {
     std::string language;
     std::string skin;
     {
-        CriticalSectionLock hold(services_.config->GetLock());
-        language = services_.config->uiLanguageFile;
-        skin = services_.config->defaultSkin;
+        CriticalSectionLock hold(config.GetLock());
+        language = config.uiLanguageFile;
+        skin = config.defaultSkin;
     }
-    std::string home = HomeFolder();
+    std::string home = config.GetHomeFolder();
     if (!LocalizationStringTable::Instance().LoadLanguage(home, language)) {
         Log(kLogError, "The language file %s could not be loaded", language.c_str());
     }
-    // Skins take their texts when they are built, so they are built again in the new
-    // language; pages under way keep the set they started with.
     CriticalSectionLock hold(SkinManager::DevelopersModeLock());
     SkinManager::Instance().LoadAll(home, skin);
 }
@@ -210,7 +204,8 @@ void ConsoleSettingsApi::SendLanguages(HttpRequest& request) {
     json.BeginObject().Member("file", "").Member("builtIn", true).Key("descriptions");
     json.BeginArray().String("한국어").String(kProductName).String(kVersionText).EndArray();
     json.EndObject();
-    for (const auto& language : LocalizationStringTable::ListLanguages(HomeFolder())) {
+    for (const auto& language :
+         LocalizationStringTable::ListLanguages(services_.config->GetHomeFolder())) {
         json.BeginObject().Member("file", language.file_name).Member("builtIn", false);
         json.Key("descriptions").BeginArray();
         for (const std::string& line : language.descriptions)

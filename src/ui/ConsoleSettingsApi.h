@@ -42,6 +42,10 @@ public:
     ConsoleSettingsApi(const ConsoleSettingsApi&) = delete;
     ConsoleSettingsApi& operator=(const ConsoleSettingsApi&) = delete;
 
+    // Loads the chosen language and builds the skins again in it, so that the console's
+    // texts and the visitors' pages follow at once; pages under way keep what they began
+    // with.
+    static void ApplyLanguage(KorvelConfig& config);
     [[nodiscard]] static bool IsChange(std::string_view endpoint);
     // False, answering nothing, for an endpoint that is not one of these.
     [[nodiscard]] bool Serve(HttpRequest& request, std::string_view endpoint);
@@ -59,11 +63,9 @@ private:
     // Sets the stored values in motion; `before` holds the old value of each changed key.
     void Apply(const std::map<std::string, std::string>& values,
                const std::map<std::string, std::string>& before);
-    void ReloadLanguage();
     void SendLanguages(HttpRequest& request);
     void SendSkins(HttpRequest& request);
     void SendAddress(HttpRequest& request);
-    [[nodiscard]] std::string HomeFolder() const;
 
     Services services_;
     AddressRefresher address_;

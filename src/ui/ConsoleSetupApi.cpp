@@ -7,10 +7,11 @@
 #include "i18n/LocalizationStringTable.h"
 #include "i18n/Translate.h"
 #include "server/KorvelServer.h"
-#include "skin/SkinManager.h"
 #include "ui/ConsoleApi.h"
+#include "ui/ConsoleSettingsApi.h"
 #include "ui/ConsoleSharingApi.h"
 #include "ui/FirstRunSetup.h"
+#include "ui/SettingsCatalog.h"
 #include "ui/SharingRules.h"
 
 namespace Zarn {
@@ -50,10 +51,6 @@ bool ConsoleSetupApi::IsDue() {
     return new_home_ && !config_.firstRunDone;
 }
 
-std::string ConsoleSetupApi::Home() const {
-    return FolderOf(config_.GetPath());
-}
-
 void ConsoleSetupApi::SendSetup(HttpRequest& request) {
     std::string language;
     int port = server_.GetPort();
@@ -72,7 +69,7 @@ void ConsoleSetupApi::SendSetup(HttpRequest& request) {
         .BeginArray();
     json.BeginObject().Member("file", "").Member("name", kBuiltInLanguageName).EndObject();
     for (const LocalizationStringTable::LanguageFile& file :
-         LocalizationStringTable::ListLanguages(Home())) {
+         LocalizationStringTable::ListLanguages(config_.GetHomeFolder())) {
         json.BeginObject()
             .Member("file", file.file_name)
             .Member("name", file.descriptions[0].empty() ? file.file_name : file.descriptions[0])
@@ -84,22 +81,15 @@ void ConsoleSetupApi::SendSetup(HttpRequest& request) {
 
 void ConsoleSetupApi::SetLanguage(HttpRequest& request) {
     std::string file = ConsoleSharingApi::Field(request, "language");
-    std::string home = Home();
-    if (!FirstRunSetup::IsLanguageFile(home, file)) {
-        return ConsoleApi::SendError(request, 400, "Bad Request", "language",
-                                     Translate("그 언어 파일이 없습니다."));
-    }
-    std::string skin;
+    std::string error;
+    if (!SettingsCatalog::Set(config_, "uiLanguageFile", file, error))
+        return ConsoleApi::SendError(request, 400, "Bad Request", "language", error);
     bool saved;
     {
         CriticalSectionLock hold(config_.GetLock());
-        config_.uiLanguageFile = file;
-        skin = config_.defaultSkin;
         saved = config_.Save();
     }
-    (void)LocalizationStringTable::Instance().LoadLanguage(home, file);
-    // The skins translate their texts as they load, so the visitors' pages follow too.
-    SkinManager::Instance().LoadAll(home, skin);
+    ConsoleSettingsApi::ApplyLanguage(config_);
     if (!saved) return ConsoleApi::SendSaveFailure(request);
     JsonWriter json;
     json.BeginObject().Member("language", file).EndObject();
@@ -111,7 +101,8 @@ void ConsoleSetupApi::Finish(HttpRequest& request) {
         return ConsoleApi::SendError(request, 409, "Conflict", "",
                                      Translate("처음 설정은 이미 끝났습니다."));
     }
-    FirstRunSetup setup(config_, server_.GetMounts(), server_.GetAccounts(), Home());
+    FirstRunSetup setup(config_, server_.GetMounts(), server_.GetAccounts(),
+                        config_.GetHomeFolder());
     if (ConsoleSharingApi::Field(request, "skip") == "1") {
         if (!setup.MarkDone()) return ConsoleApi::SendSaveFailure(request);
         return ConsoleApi::SendOk(request);

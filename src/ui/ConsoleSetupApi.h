@@ -27,7 +27,6 @@ public:
 
 private:
     [[nodiscard]] bool IsDue();
-    [[nodiscard]] std::string Home() const;
     void SendSetup(HttpRequest& request);
     void SetLanguage(HttpRequest& request);
     void Finish(HttpRequest& request);

@@ -11,6 +11,7 @@
 #include "i18n/LocalizationStringTable.h"
 #include "i18n/Translate.h"
 #include "share/MountManager.h"
+#include "ui/SettingsCatalog.h"
 #include "ui/SharingRules.h"
 
 namespace Zarn {
@@ -38,16 +39,6 @@ Mount MountOf(const FirstRunChoices& choices) {
 
 }  // namespace
 
-bool FirstRunSetup::IsLanguageFile(const std::string& home, const std::string& file) {
-    if (file.empty()) return true;
-    if (!file.ends_with(".wul") || file.find('/') != std::string::npos || file.starts_with('.'))
-        return false;
-    std::ifstream in(JoinPath(JoinPath(home, LocalizationStringTable::kFolder), file),
-                     std::ios::binary);
-    std::array<std::string, 3> descriptions;
-    return in && LocalizationStringTable::ReadHeader(in, descriptions);
-}
-
 std::string FirstRunSetup::LanguageFromLocale() {
     for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         const char* value = std::getenv(variable);
@@ -58,8 +49,10 @@ std::string FirstRunSetup::LanguageFromLocale() {
 }
 
 std::optional<Fault> FirstRunSetup::Check(const FirstRunChoices& choices) const {
-    if (choices.language && !IsLanguageFile(home_, *choices.language)) {
-        return Fault{400, "language", Translate("그 언어 파일이 없습니다.")};
+    std::string error;
+    if (choices.language &&
+        !SettingsCatalog::Check(config_, "uiLanguageFile", *choices.language, error)) {
+        return Fault{400, "language", error};
     }
     if (choices.port && (*choices.port < 1 || *choices.port > 65535)) return BadValue("port");
     Mount mount = MountOf(choices);

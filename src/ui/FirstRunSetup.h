@@ -54,10 +54,6 @@ public:
     [[nodiscard]] std::optional<Fault> Apply(const FirstRunChoices& choices);
     // Records the wizard as done and changes nothing else. False when it cannot be saved.
     [[nodiscard]] bool MarkDone();
-
-    // Whether the file is a language file of the home's "Language/" (empty: the built-in
-    // texts, always there).
-    [[nodiscard]] static bool IsLanguageFile(const std::string& home, const std::string& file);
     // The language a new home starts in: Korean for a Korean locale (the program's own
     // texts), English otherwise.
     [[nodiscard]] static std::string LanguageFromLocale();

@@ -14,6 +14,7 @@
 #include "ui/ConsoleApi.h"
 #include "ui/ConsoleToken.h"
 #include "ui/FirstRunSetup.h"
+#include "ui/SettingsCatalog.h"
 #include "ui/SharingRules.h"
 #include "ui/SingleInstanceLock.h"
 
@@ -217,7 +218,9 @@ int InitCommand::SetUp(const Arguments& arguments, const Options& options) {
     KorvelConfig config(settings_path);
     if (!exists) config.uiLanguageFile = FirstRunSetup::LanguageFromLocale();
     // Refusals below are told in the language the home will speak.
-    bool chosen = choices.language && FirstRunSetup::IsLanguageFile(home, *choices.language);
+    std::string unused;
+    bool chosen = choices.language &&
+                  SettingsCatalog::Check(config, "uiLanguageFile", *choices.language, unused);
     (void)LocalizationStringTable::Instance().LoadLanguage(
         home, chosen ? *choices.language : config.uiLanguageFile);
 

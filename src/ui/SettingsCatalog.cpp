@@ -29,13 +29,9 @@ struct Setting {
     Rule rule = nullptr;
 };
 
-std::string HomeOf(const KorvelConfig& config) {
-    return FolderOf(config.GetPath());
-}
-
 bool IsKnownLanguage(const KorvelConfig& config, const std::string& value, std::string& error) {
     if (value.empty()) return true;
-    for (const auto& language : LocalizationStringTable::ListLanguages(HomeOf(config))) {
+    for (const auto& language : LocalizationStringTable::ListLanguages(config.GetHomeFolder())) {
         if (language.file_name == value) return true;
     }
     error = Translate("Language 폴더에 그런 언어 파일이 없습니다.");
@@ -47,8 +43,8 @@ bool IsKnownLanguage(const KorvelConfig& config, const std::string& value, std::
 bool IsSkinOnDisk(const KorvelConfig& config, const std::string& name) {
     if (name == SkinManager::kBuiltInName) return true;
     std::string folder = name == SkinManager::kDeveloperName
-                             ? JoinPath(HomeOf(config), "res/skin")
-                             : JoinPath(JoinPath(HomeOf(config), "skin"), name);
+                             ? JoinPath(config.GetHomeFolder(), "res/skin")
+                             : JoinPath(JoinPath(config.GetHomeFolder(), "skin"), name);
     return TekoFile::GetFileSize(JoinPath(folder, "setting.ini")) != TekoFile::kInvalidSize;
 }
 

@@ -70,7 +70,8 @@ inline std::optional<std::string> ScanQr(const QrGrid& grid, int scale = 4) {
         }
     }
     folder.Write("symbol.pgm", image);
-    std::string command = "zbarimg --quiet --raw -Sbinary '" + (folder / "symbol.pgm") + "' 2>/dev/null";
+    std::string command =
+        "zbarimg --quiet --raw -Sbinary '" + (folder / "symbol.pgm") + "' 2>/dev/null";
     FILE* pipe = ::popen(command.c_str(), "r");
     if (pipe == nullptr) return std::nullopt;
     std::string output;
