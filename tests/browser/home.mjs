@@ -89,6 +89,7 @@ await runBrowserTest({ home, scratch }, async ({ page, port, consoleUrl }) => {
   // Stopped, the address stays with a word that it does not open now.
   await page.click("#home-stop");
   await page.waitForSelector("#home-qr.is-stale");
+  await page.waitForFunction(() => document.getElementById("home-state").textContent === "Stopped");
   check((await page.textContent("#home-qr-caption")).includes("stopped"), "stopped caption");
   await page.click("#home-start");
   await page.waitForSelector("#home-qr:not(.is-stale)");
