@@ -460,6 +460,157 @@
   }
 
   // ---------------------------------------------------------------------------------
+  // The folder tree
+  //
+  // Beside the listing, the share's folders as a tree. A node asks the server for its
+  // sub-folders ("?action=Subdir") when it is first opened, and the way down to the
+  // current folder opens by itself. Names from the server are only ever set as text.
+
+  var TREE_TEXT = {
+    home: #QU("홈"),
+    loading: #QU("불러오는 중…"),
+    empty: #QU("하위 폴더가 없습니다."),
+    failed: #QU("폴더를 읽을 수 없습니다."),
+    open: #QU("펼치기: {name}"),
+    close: #QU("접기: {name}")
+  };
+
+  // One path segment as the server writes links: never "." or "..", never more than one.
+  function isTreeLink(link) {
+    return typeof link === "string" && /^[^\/?#\\]+\/$/.test(link) &&
+           !/^(?:\.|%2e){1,2}\/$/i.test(link);
+  }
+
+  // `href` is the folder's own address, URL-encoded and ending in "/".
+  function TreeNode(name, href) {
+    var self = this;
+    this.name = name;
+    this.href = href;
+    this.loaded = null;
+    this.item = element("li", "tree-node");
+    this.row = element("div", "tree-row");
+    this.toggle = element("button", "tree-toggle");
+    this.toggle.type = "button";
+    this.link = element("a", "tree-name", name);
+    this.link.href = href + skinQuery();
+    this.children = element("ul", "tree-children");
+    this.row.appendChild(this.toggle);
+    this.row.appendChild(this.link);
+    this.item.appendChild(this.row);
+    this.item.appendChild(this.children);
+    this.toggle.addEventListener("click", function () {
+      self.setOpen(self.children.hidden);
+    });
+    this.setOpen(false);
+  }
+
+  TreeNode.prototype.markCurrent = function () {
+    this.row.classList.add("is-current");
+    this.link.setAttribute("aria-current", "page");
+  };
+
+  // Resolves to the child nodes once they are in (none when they could not be read).
+  TreeNode.prototype.setOpen = function (open) {
+    this.toggle.setAttribute("aria-expanded", open ? "true" : "false");
+    this.toggle.setAttribute("aria-label",
+                             fillIn(open ? TREE_TEXT.close : TREE_TEXT.open, { name: this.name }));
+    this.children.hidden = !open;
+    return open ? this.load() : Promise.resolve([]);
+  };
+
+  TreeNode.prototype.load = function () {
+    if (this.loaded) return this.loaded;
+    var self = this;
+    this.children.textContent = "";
+    var note = element("li", "tree-note", TREE_TEXT.loading);
+    this.children.appendChild(note);
+    this.loaded = window.fetch(this.href + "?action=Subdir", { credentials: "same-origin" })
+      .then(function (response) {
+        if (!response.ok) throw new Error("HTTP " + response.status);
+        return response.json();
+      })
+      .then(function (answer) {
+        var folders = answer && Array.isArray(answer.folders) ? answer.folders : [];
+        var nodes = [];
+        for (var i = 0; i < folders.length; i++) {
+          var folder = folders[i];
+          if (!folder || typeof folder.name !== "string" || !isTreeLink(folder.link)) continue;
+          nodes.push(self.adopt(new TreeNode(folder.name, self.href + folder.link)));
+        }
+        if (nodes.length > 0) {
+          self.children.removeChild(note);
+        } else {
+          note.textContent = TREE_TEXT.empty;
+        }
+        return nodes;
+      })
+      .catch(function () {
+        note.textContent = TREE_TEXT.failed;
+        note.classList.add("is-failed");
+        self.loaded = null;  // the next opening tries again
+        return [];
+      });
+    return this.loaded;
+  };
+
+  TreeNode.prototype.adopt = function (node) {
+    this.children.appendChild(node.item);
+    return node;
+  };
+
+  // Opens `node` and then, one level at a time, the folders named by `segments` (the
+  // current address's, still URL-encoded). A folder the server did not list on the way
+  // (the root may be closed to visitors) is put in from the address, which proves it is
+  // there.
+  function openAlong(node, segments) {
+    if (segments.length === 0) {
+      node.markCurrent();
+      node.setOpen(true);
+      return;
+    }
+    node.setOpen(true).then(function (children) {
+      var name = decodeSegment(segments[0]);
+      var next = null;
+      for (var i = 0; i < children.length && !next; i++) {
+        if (children[i].name === name) next = children[i];
+      }
+      if (!next) {
+        var notes = node.children.querySelectorAll(":scope > .tree-note");
+        for (var j = 0; j < notes.length; j++) node.children.removeChild(notes[j]);
+        next = node.adopt(new TreeNode(name, node.href + segments[0] + "/"));
+      }
+      openAlong(next, segments.slice(1));
+    });
+  }
+
+  function startFolderTree() {
+    var nav = document.querySelector("nav.folder-tree");
+    if (!nav || !window.fetch || !window.Promise) return;
+    var toggle = nav.querySelector(".folder-tree-toggle");
+    var panel = nav.querySelector(".folder-tree-panel");
+    toggle.addEventListener("click", function () {
+      var open = !nav.classList.contains("is-open");
+      nav.classList.toggle("is-open", open);
+      toggle.setAttribute("aria-expanded", open ? "true" : "false");
+    });
+    var list = element("ul", "tree-root");
+    var home = new TreeNode(TREE_TEXT.home, "/");
+    list.appendChild(home.item);
+    panel.appendChild(list);
+    document.body.classList.add("has-folder-tree");
+    var segments = window.location.pathname.split("/").filter(function (segment) {
+      return segment !== "";
+    });
+    openAlong(home, segments);
+  }
+
+  if (document.readyState === "loading") {
+    document.addEventListener("DOMContentLoaded", startFolderTree);
+  } else {
+    startFolderTree();
+  }
+
+  // ---------------------------------------------------------------------------------
   // The page
 
   function buildCrumbs(nav) {

@@ -129,6 +129,14 @@ void JsonWriter::AppendEscaped(std::string& out, std::string_view value) {
             value.remove_prefix(1);
             continue;
         }
+        // U+2028 and U+2029 end a line inside a script's string literal in older engines,
+        // so a document inlined into a page could break out of its string.
+        if (length == 3 && c == 0xE2 && static_cast<unsigned char>(value[1]) == 0x80 &&
+            (static_cast<unsigned char>(value[2]) | 1) == 0xA9) {
+            out += value[2] == '\xA8' ? "\\u2028" : "\\u2029";
+            value.remove_prefix(length);
+            continue;
+        }
         if (length > 1) {
             out.append(value.substr(0, length));
             value.remove_prefix(length);

@@ -10,7 +10,8 @@ namespace Zarn {
 // Writes one JSON text, value by value: objects and arrays are opened and closed, and the
 // commas between members come by themselves. Strings are escaped so that the text is
 // always valid UTF-8 JSON, whatever bytes they held (a file name that is not UTF-8 shows
-// its bad bytes as U+FFFD) and safe inside a <script> element ("<", ">" and "&" escaped).
+// its bad bytes as U+FFFD) and safe inside a <script> element ("<", ">", "&", U+2028 and U+2029
+// escaped).
 class JsonWriter {
 public:
     JsonWriter& BeginObject();

@@ -17,6 +17,7 @@
 #include "server/MakeDirectoryRequestProcessor.h"
 #include "server/RequestOrigin.h"
 #include "server/RequestPath.h"
+#include "server/SubdirRequestProcessor.h"
 #include "server/SystemRequestProcessor.h"
 #include "server/TextFormat.h"
 #include "server/UploadProgressTable.h"
@@ -53,6 +54,21 @@ bool ChangesState(const HttpRequest& request, const std::string& action) {
 
 void SendNotYetAvailable(HtmlPageSender& pages) {
     pages.SendErrorPage(501, "Not Implemented", Translate("아직 지원하지 않는 기능입니다."));
+}
+
+// A second query parameter makes it an ordinary request for the folder.
+bool IsSubdirRequest(const HttpRequest& request, const std::string& action) {
+    return action == "Subdir" && request.GetQueryParameters().size() == 1;
+}
+
+void SendSubdirs(HttpRequest& request, const KorvelHttpRequestHandler::Services& services,
+                 const std::string& user, HtmlPageSender::Context page) {
+    SubdirRequestProcessor({.config = services.config,
+                            .mounts = services.mounts,
+                            .accounts = services.accounts,
+                            .user = user,
+                            .page = std::move(page)})
+        .SendSubdirs(request);
 }
 
 }  // namespace
@@ -164,6 +180,9 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
             return pages.SendErrorPage(403, "Forbidden",
                                        Translate("루트 폴더에 접근할 수 없습니다."));
         }
+        if (IsSubdirRequest(request, action)) {
+            return SendSubdirs(request, services_, user, PageContext());
+        }
         return ListRequestProcessor(std::move(listing)).SendList(request);
     }
     std::string mount(MountNameOf(path));
@@ -175,9 +194,12 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     }
     std::optional<uint32_t> rights = services_.accounts->GetRights(user, mount);
     if (!rights) return pages.SendLoginRefused();
-    size_t query_count = request.GetQueryParameters().size();
 
-    if ((action == "Subdir" && query_count == 1) || action == "Plugin") {
+    if (IsSubdirRequest(request, action)) {
+        if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
+        return SendSubdirs(request, services_, user, PageContext());
+    }
+    if (action == "Plugin") {
         if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
         return SendNotYetAvailable(pages);
     }

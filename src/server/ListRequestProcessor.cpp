@@ -75,15 +75,14 @@ void ListRequestProcessor::SendFolder(HttpRequest& request) {
     SendPage(request, ReadFolder(folder.Get()), std::move(page), show_upper);
 }
 
-bool ListRequestProcessor::IsShown(const TekoFileFind& find) const {
+bool ListRequestProcessor::IsListed(const TekoFileFind& find, bool show_hidden,
+                                    const LocalTarget* target) {
     const std::string& name = find.GetName();
-    if (name == "." || name == ".." || !IsVisibleName(name, options_.config->showHiddenFiles)) {
-        return false;
-    }
+    if (name == "." || name == ".." || !IsVisibleName(name, show_hidden)) return false;
     // A link that leads out of the mount would only answer "not found".
     struct stat info {};
-    return !find.IsLink() || options_.target == nullptr ||
-           options_.target->folder.StatBelow(options_.target->Below(name), info);
+    return !find.IsLink() || target == nullptr ||
+           target->folder.StatBelow(target->Below(name), info);
 }
 
 std::unique_ptr<ListingRows> ListRequestProcessor::ReadFolder(int folder_fd) const {
@@ -91,7 +90,7 @@ std::unique_ptr<ListingRows> ListRequestProcessor::ReadFolder(int folder_fd) con
     TekoFileFind find;
     for (bool found = folder_fd >= 0 && find.FindFirstIn(folder_fd, "*"); found;
          found = find.FindNext()) {
-        if (!IsShown(find)) continue;
+        if (!IsListed(find, options_.config->showHiddenFiles, options_.target)) continue;
         if (find.IsDirectory()) {
             rows->AddFolder(find.GetName());
         } else {

@@ -37,11 +37,16 @@ public:
 
     void SendList(HttpRequest& request);
 
+    // Whether a folder entry is listed: not "." or "..", visible by name, and not a link
+    // that leads out of `target` (when there is one). The folder tree uses it too, so
+    // that it never shows what the listing hides.
+    [[nodiscard]] static bool IsListed(const TekoFileFind& find, bool show_hidden,
+                                       const LocalTarget* target);
+
 private:
     void SendRoot(HttpRequest& request);
     void SendFolder(HttpRequest& request);
     [[nodiscard]] std::unique_ptr<ListingRows> ReadFolder(int folder_fd) const;
-    [[nodiscard]] bool IsShown(const TekoFileFind& find) const;
     void SendPage(HttpRequest& request, std::unique_ptr<ListingRows> rows, TextContent page,
                   bool show_upper);
 

@@ -166,6 +166,7 @@ TEST(PathUtilTest, MakeAbsolutePathResolvesDotsAndSlashesAsTextFromTheCurrentFol
 TEST(JsonWriterTest, AnyBytesBecomeValidJsonThatCannotCloseAScript) {
     EXPECT_EQ(JsonWriter::Quote("a\"b\\c\n\r\t\x01\x7f"), R"("a\"b\\c\n\r\t\u0001\u007f")");
     EXPECT_EQ(JsonWriter::Quote("</script><!--&"), R"("\u003c/script\u003e\u003c!--\u0026")");
+    EXPECT_EQ(JsonWriter::Quote("a\u2028b\u2029c\u2027"), "\"a\\u2028b\\u2029c\u2027\"");
     // Well-formed UTF-8 passes as it is; every byte that is not becomes U+FFFD.
     EXPECT_EQ(JsonWriter::Quote("한글 é 😀"), "\"한글 é 😀\"");
     EXPECT_EQ(JsonWriter::Quote("raw\xb0\xa1.txt"), "\"raw\xEF\xBF\xBD\xEF\xBF\xBD.txt\"");
