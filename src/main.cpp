@@ -25,6 +25,7 @@
 #include "net/Networking.h"
 #include "net/SocketError.h"
 #include "server/KorvelServer.h"
+#include "server/ShippedPluginInstaller.h"
 #include "skin/SkinManager.h"
 #include "ui/CommandLine.h"
 #include "ui/ConsoleAddressFile.h"
@@ -104,6 +105,7 @@ int Serve(const CommandLine& line) {
     SetLogMask(kDefaultLogMask);
     SetDefaultUrlCodepage(config.defaultUrlCodepage);
     LocalizationStringTable::InstallShippedLanguages(home);
+    (void)ShippedPluginInstaller::Install(home);
     LocalizationStringTable::Instance().LoadLanguage(home, config.uiLanguageFile);
     SkinManager::Instance().LoadAll(home, config.defaultSkin);
 
