@@ -118,8 +118,11 @@ typedef struct LumidropHost {
      * The path need not exist (for a file the plug-in is about to create). */
     const char* (*local_path)(LumidropRequest* request, const char* virtual_path,
                               unsigned needed_rights);
-    /* Reads up to `length` bytes of the request body (a POST's). Returns the count, 0 at
-     * the end of the body, -1 when the connection failed. */
+    /* Reads up to `length` bytes of the request body of a multipart POST
+     * (Content-Type multipart/...), which stays on the connection for the plug-in. Any
+     * other POST body is an urlencoded form, read before the plug-in runs (see `form`),
+     * and reads as empty here. Returns the count, 0 at the end of the body, -1 when the
+     * connection failed. */
     long (*read_body)(LumidropRequest* request, void* buffer, size_t length);
 
     /* --- The response ---------------------------------------------------------------- */

@@ -616,3 +616,49 @@
     start();
   }
 })();
+
+/*
+ * Action plug-ins work on the files ticked in the listing: each file row gets a box, and a
+ * plug-in's form sends the ticked names, one per line. Without scripts the form still
+ * works, and the plug-in is given the whole folder.
+ */
+(function () {
+  function addBoxes() {
+    var rows = document.querySelectorAll("tbody.entries tr.file");
+    for (var i = 0; i < rows.length; i++) {
+      var cell = rows[i].querySelector("td");
+      var link = cell && cell.querySelector("a.entry-name");
+      if (!link) continue;
+      var box = document.createElement("input");
+      box.type = "checkbox";
+      box.className = "plugin-pick";
+      box.value = link.textContent;
+      box.setAttribute("aria-label", link.textContent);
+      cell.insertBefore(box, cell.firstChild);
+    }
+  }
+
+  function sendTicked(form) {
+    form.addEventListener("submit", function () {
+      var ticked = document.querySelectorAll("input.plugin-pick:checked");
+      var names = [];
+      for (var i = 0; i < ticked.length; i++) names.push(ticked[i].value);
+      var field = form.querySelector("input[name=selectedFiles]");
+      field.value = names.join("\n");
+      field.disabled = names.length === 0;
+    });
+  }
+
+  function start() {
+    var forms = document.querySelectorAll("form.plugin-action");
+    if (forms.length === 0) return;
+    addBoxes();
+    for (var i = 0; i < forms.length; i++) sendTicked(forms[i]);
+  }
+
+  if (document.readyState === "loading") {
+    document.addEventListener("DOMContentLoaded", start);
+  } else {
+    start();
+  }
+})();

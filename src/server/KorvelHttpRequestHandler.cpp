@@ -15,6 +15,8 @@
 #include "server/IdentificationRequestProcessor.h"
 #include "server/ListRequestProcessor.h"
 #include "server/MakeDirectoryRequestProcessor.h"
+#include "server/PluginManager.h"
+#include "server/PluginRequestProcessor.h"
 #include "server/RequestOrigin.h"
 #include "server/RequestPath.h"
 #include "server/SystemRequestProcessor.h"
@@ -123,7 +125,11 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
         ReloadSkinsForDevelopers();
         return SystemFiles().SendSkinFile(request);
     }
-    if (action == "PluginResource") return SendNotFound(pages);
+    // Before the IP filter: a plug-in's scripts and pictures are public by design.
+    if (action == "PluginResource") {
+        return PluginRequestProcessor(*services_.plugins, pages)
+            .SendResource(request, *services_.types);
+    }
     if (!services_.ip_filter->IsAdmitted(request.GetClientAddress())) {
         return pages.SendErrorPage(403, "Forbidden",
                                    Translate("이 주소에서는 접근할 수 없습니다."));
@@ -147,7 +153,7 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
     std::string selected;
     if ((request.GetFormParameter("selectedFiles", selected) ||
          request.GetQueryParameter("selectedFiles", selected)) &&
-        !IsValidRequestPath(selected)) {
+        !IsValidSelection(selected)) {
         return pages.SendRedirect(Concat({"/", NormalizeRequestPath(path)}));
     }
     DispatchMounted(request, pages, user.empty() ? AccountManager::kAnonymous : user);
@@ -157,8 +163,10 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
                                                const std::string& user) {
     const std::string& path = request.GetPath();
     std::string action = QueryValue(request, "action");
-    ListRequestProcessor::Options listing{
-        .config = services_.config, .mounts = services_.mounts, .page = PageContext()};
+    ListRequestProcessor::Options listing{.config = services_.config,
+                                          .mounts = services_.mounts,
+                                          .page = PageContext(),
+                                          .plugins = services_.plugins};
     if (path.empty()) {
         if (!services_.config->canRootAccess) {
             return pages.SendErrorPage(403, "Forbidden",
@@ -177,10 +185,11 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     if (!rights) return pages.SendLoginRefused();
     size_t query_count = request.GetQueryParameters().size();
 
-    if ((action == "Subdir" && query_count == 1) || action == "Plugin") {
+    if (action == "Subdir" && query_count == 1) {
         if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
         return SendNotYetAvailable(pages);
     }
+    if (action == "Plugin") return RunPlugin(request, pages, user, *rights);
     if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
         return UploadRequestProcessor(*services_.mounts, *services_.uploads, PageContext(),
@@ -212,6 +221,43 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     ServeFile(request, pages, *target, std::move(opened), info);
 }
 
+void KorvelHttpRequestHandler::RunPlugin(HttpRequest& request, HtmlPageSender& pages,
+                                         const std::string& user, uint32_t rights) {
+    const std::string& path = request.GetPath();
+    std::shared_ptr<const LoadedPlugin> plugin =
+        services_.plugins->Find(QueryValue(request, "plugin"));
+    if (!plugin) return SendNotFound(pages);
+    uint32_t needed = plugin->GetNeededRights();
+    if ((rights & needed) != needed) return pages.SendLoginRefused();
+    // Plug-ins answer for folders only.
+    std::optional<LocalTarget> target = services_.mounts->ResolveTarget(path);
+    struct stat info {};
+    if (!target || !target->Stat(info) || !S_ISDIR(info.st_mode)) return SendNotFound(pages);
+    CounterToken token;
+    if (!AcquireDownloadToken(request, pages, token)) return;
+    PluginRequestProcessor(*services_.plugins, pages)
+        .Run(request, *plugin,
+             {.mounts = services_.mounts,
+              .accounts = services_.accounts,
+              .user = user == AccountManager::kAnonymous ? std::string() : user,
+              .rights = rights,
+              .show_hidden = services_.config->showHiddenFiles});
+}
+
+bool KorvelHttpRequestHandler::AcquireDownloadToken(HttpRequest& request, HtmlPageSender& pages,
+                                                    CounterToken& token) {
+    try {
+        services_.limits->Acquire(token, request.GetClientAddress());
+        return true;
+    } catch (const ConnectionCountLimitException& refusal) {
+        bool total = refusal.GetLimit() == ConnectionCountLimitException::kTotalLimit;
+        pages.SendErrorPage(503, "Service Unavailable",
+                            total ? Translate("동시 다운로드 수가 한도에 이르렀습니다.")
+                                  : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
+        return false;
+    }
+}
+
 void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& pages,
                                          const LocalTarget& target, UniqueFd opened,
                                          const struct stat& info) {
@@ -222,15 +268,7 @@ void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& p
                                    Translate("파일을 열지 못했습니다."));
     }
     CounterToken token;
-    try {
-        services_.limits->Acquire(token, request.GetClientAddress());
-    } catch (const ConnectionCountLimitException& refusal) {
-        bool total = refusal.GetLimit() == ConnectionCountLimitException::kTotalLimit;
-        return pages.SendErrorPage(
-            503, "Service Unavailable",
-            total ? Translate("동시 다운로드 수가 한도에 이르렀습니다.")
-                  : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
-    }
+    if (!AcquireDownloadToken(request, pages, token)) return;
     DownloadRequestProcessor(std::move(file), target.local_path, info,
                              {.types = services_.types, .pages = &pages})
         .SendFile(request);

@@ -20,6 +20,8 @@ class IpFilter;
 class KorvelConfig;
 class MimeTypeTable;
 class MountManager;
+class PluginManager;
+class CounterToken;
 class SkinManager;
 class SystemFileTable;
 class UploadProgressTable;
@@ -41,6 +43,7 @@ public:
         UploadProgressTable* uploads = nullptr;
         const MimeTypeTable* types = nullptr;
         const SystemFileTable* system_files = nullptr;
+        PluginManager* plugins = nullptr;
         std::string home{};  // for reloading skins in skin developers mode
         // The listening port, for the pages' "$server_port".
         std::function<int()> port = [] { return -1; };
@@ -54,6 +57,12 @@ private:
     void Dispatch(HttpRequest& request);
     // The branches that need a mount, after the account check.
     void DispatchMounted(HttpRequest& request, HtmlPageSender& pages, const std::string& user);
+    // The "Plugin" action; `rights` are the user's on the path's mount.
+    void RunPlugin(HttpRequest& request, HtmlPageSender& pages, const std::string& user,
+                   uint32_t rights);
+    // A download place for the client's address; false after the 503 page when refused.
+    [[nodiscard]] bool AcquireDownloadToken(HttpRequest& request, HtmlPageSender& pages,
+                                            CounterToken& token);
     // `opened` is the target opened for reading (invalid when it could not be), `info` its
     // status.
     void ServeFile(HttpRequest& request, HtmlPageSender& pages, const LocalTarget& target,

@@ -13,11 +13,16 @@
 namespace Zarn {
 
 KorvelServer::KorvelServer(KorvelConfig& config, SkinManager& skins, std::string home)
-    : config_(config), mounts_(config), accounts_(config, mounts_), ip_filter_(config) {
+    : config_(config),
+      mounts_(config),
+      accounts_(config, mounts_),
+      ip_filter_(config),
+      plugins_(home) {
     IdentificationRequestProcessor::MakeInstanceIdentifier();
     types_.LoadFromHome(home);
     system_files_.LoadBuiltIn();
     ApplyLimits();
+    plugins_.Reload();
     handler_ = std::make_unique<KorvelHttpRequestHandler>(KorvelHttpRequestHandler::Services{
         .config = &config_,
         .mounts = &mounts_,
@@ -28,6 +33,7 @@ KorvelServer::KorvelServer(KorvelConfig& config, SkinManager& skins, std::string
         .uploads = &uploads_,
         .types = &types_,
         .system_files = &system_files_,
+        .plugins = &plugins_,
         .home = std::move(home),
         .port = [this] { return web_server_.GetPort(); },
     });

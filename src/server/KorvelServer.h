@@ -6,6 +6,7 @@
 
 #include "http/WebServer.h"
 #include "server/KorvelHttpRequestHandler.h"
+#include "server/PluginManager.h"
 #include "server/SystemFileTable.h"
 #include "server/UploadProgressTable.h"
 #include "share/AccountManager.h"
@@ -46,6 +47,7 @@ public:
     [[nodiscard]] MimeTypeTable& GetMimeTypes() { return types_; }
     [[nodiscard]] GuiTransferStatusAggregator& GetTransfers() { return transfers_; }
     [[nodiscard]] ConnectionCountLimitManager& GetLimits() { return limits_; }
+    [[nodiscard]] PluginManager& GetPlugins() { return plugins_; }
 
     // The address under which visitors reach the shares, as the owner is shown it.
     void SetDisplayAddress(std::string address) {
@@ -72,6 +74,7 @@ private:
     UploadProgressTable uploads_;
     ConnectionCountLimitManager limits_;
     GuiTransferStatusAggregator transfers_;
+    PluginManager plugins_;  // before the web server: no request may outlive a plug-in
     std::unique_ptr<KorvelHttpRequestHandler> handler_;
     WebServer web_server_;  // last: its threads stop before the rest goes away
 };

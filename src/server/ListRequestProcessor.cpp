@@ -16,6 +16,7 @@
 #include "i18n/Translate.h"
 #include "log/Log.h"
 #include "server/ListingRows.h"
+#include "server/PluginManager.h"
 #include "server/RequestPath.h"
 #include "server/TextFormat.h"
 #include "share/AccountManager.h"
@@ -54,6 +55,7 @@ void ListRequestProcessor::SendRoot(HttpRequest& request) {
     TextContent page;
     page.SetScalar("$address", "/");
     page.SetScalar("$content", Translate("주소: /"));
+    SetPluginRows(page, false);
     SendPage(request, std::move(rows), std::move(page), false);
 }
 
@@ -72,7 +74,25 @@ void ListRequestProcessor::SendFolder(HttpRequest& request) {
             : UniqueFd(::open(options_.local_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (show_upper) page.SetScalar("$free_space", FreeSpaceOf(folder.Get()));
     if (upload_allowed) page.SetScalar("$upload_path", UrlEncode(Concat({"/", path})));
+    SetPluginRows(page, true);
     SendPage(request, ReadFolder(folder.Get()), std::move(page), show_upper);
+}
+
+void ListRequestProcessor::SetPluginRows(TextContent& page, bool in_folder) const {
+    std::vector<TextContent::Record> views;
+    std::vector<TextContent::Record> actions;
+    if (in_folder && options_.plugins != nullptr) {
+        for (const auto& plugin : options_.plugins->Loaded()) {
+            uint32_t needed = plugin->GetNeededRights();
+            if ((options_.rights & needed) != needed) continue;
+            const std::string& name = plugin->GetName();
+            TextContent::Record row{{"$name", HtmlEscape(name)},
+                                    {"$title", HtmlEscape(Translate(name))}};
+            (plugin->IsView() ? views : actions).push_back(std::move(row));
+        }
+    }
+    page.SetList("$view_plugins", std::move(views));
+    page.SetList("$action_plugins", std::move(actions));
 }
 
 bool ListRequestProcessor::IsShown(const TekoFileFind& find) const {
@@ -116,8 +136,6 @@ void ListRequestProcessor::SendPage(HttpRequest& request, std::unique_ptr<Listin
         }
     }
     page.SetList("$skins", std::move(skins));
-    page.SetList("$view_plugins", {});
-    page.SetList("$action_plugins", {});
     HtmlPageSender(request, options_.page).Render(page);
 }
 

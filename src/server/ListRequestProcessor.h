@@ -12,6 +12,7 @@ class HttpRequest;
 class KorvelConfig;
 class ListingRows;
 class MountManager;
+class PluginManager;
 class TekoFileFind;
 struct LocalTarget;
 
@@ -30,6 +31,8 @@ public:
         // there is one, so that the listing stays inside the mount; by path otherwise.
         std::string local_path{};
         const LocalTarget* target = nullptr;
+        // Offered in folders whose mount grants the rights they need; null: none.
+        const PluginManager* plugins = nullptr;
     };
 
     explicit ListRequestProcessor(Options options) : options_(std::move(options)) {}
@@ -41,6 +44,8 @@ private:
     void SendRoot(HttpRequest& request);
     void SendFolder(HttpRequest& request);
     [[nodiscard]] std::unique_ptr<ListingRows> ReadFolder(int folder_fd) const;
+    // "$view_plugins" and "$action_plugins": the plug-ins this visitor may run here.
+    void SetPluginRows(TextContent& page, bool in_folder) const;
     [[nodiscard]] bool IsShown(const TekoFileFind& find) const;
     void SendPage(HttpRequest& request, std::unique_ptr<ListingRows> rows, TextContent page,
                   bool show_upper);

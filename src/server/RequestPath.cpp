@@ -16,6 +16,13 @@ bool IsValidRequestPath(std::string_view path) {
     return true;
 }
 
+bool IsValidSelection(std::string_view lines) {
+    for (std::string_view line : Split(lines, '\n')) {
+        if (!IsValidRequestPath(line)) return false;
+    }
+    return true;
+}
+
 std::string NormalizeRequestPath(std::string_view path) {
     std::vector<std::string_view> kept;
     for (std::string_view segment : Split(path, '/')) {

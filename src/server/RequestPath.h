@@ -12,6 +12,10 @@ namespace Zarn {
 // segment. Anything else is answered with a redirect to its normal form.
 [[nodiscard]] bool IsValidRequestPath(std::string_view path);
 
+// The "selectedFiles" of a form or query: names one per line, each relative to the
+// request's folder, each valid as above (so none absolute and none with "..").
+[[nodiscard]] bool IsValidSelection(std::string_view lines);
+
 // Repeated slashes collapsed, "." segments dropped, ".." segments resolved (never above
 // the root); a trailing slash is kept. "/x" gives "x", "a/../b" gives "b".
 [[nodiscard]] std::string NormalizeRequestPath(std::string_view path);

@@ -15,6 +15,7 @@
 #include "transfer/TransferStatusReporter.h"
 #include "ui/ConsoleControlApi.h"
 #include "ui/ConsoleEvents.h"
+#include "ui/ConsolePluginsApi.h"
 #include "ui/ConsoleQrApi.h"
 #include "ui/ConsoleSettingsApi.h"
 #include "ui/ConsoleSetupApi.h"
@@ -86,6 +87,7 @@ bool ConsoleApi::IsChange(std::string_view endpoint) {
     if (ConsoleControlApi::IsChange(endpoint)) return true;
     if (ConsoleSetupApi::IsChange(endpoint)) return true;
     if (ConsoleSettingsApi::IsChange(endpoint)) return true;
+    if (ConsolePluginsApi::IsChange(endpoint)) return true;
     return endpoint == "transfers/kick" || endpoint == "limits/set";
 }
 
@@ -105,6 +107,7 @@ void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
         return;
     if (endpoint == "texts") return SendJson(request, 200, "OK", ConsoleTexts::Json());
     if (endpoint == "qr") return ConsoleQrApi::Send(request);
+    if (ConsolePluginsApi::Serve(request, endpoint, services_.server->GetPlugins())) return;
     SendError(request, 404, "Not Found", "", Translate("찾을 수 없습니다."));
 }
 

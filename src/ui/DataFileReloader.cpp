@@ -73,6 +73,9 @@ void DataFileReloader::Apply(const KorvelConfig& fresh) {
     // Skins translate their texts as they load, so the language comes first.
     (void)LocalizationStringTable::Instance().LoadLanguage(home_, config_.uiLanguageFile);
     skins_.LoadAll(home_, config_.defaultSkin);
+    // Plug-ins are not settings and cannot be checked beforehand; each one is taken or
+    // refused on its own.
+    server_.GetPlugins().Reload();
 }
 
 }  // namespace Zarn

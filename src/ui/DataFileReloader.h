@@ -11,8 +11,8 @@ class SkinManager;
 // Reads mount.ini, mime-type.txt, the chosen language file and the skins again while the
 // program runs (on SIGHUP), all or nothing: every file is checked first, and only when
 // all of them are good are the settings, mounts, accounts, IP filter, MIME table,
-// language and skins replaced. Otherwise the log says what was wrong and where, and the
-// program goes on with what it had. Called from the main thread only.
+// language and skins replaced (and the plug-ins loaded afresh). Otherwise the log says what was
+// wrong and where, and the program goes on with what it had. Called from the main thread only.
 class DataFileReloader {
 public:
     // All three must outlive the reloader.
