@@ -38,7 +38,7 @@ void Finalize(void) {
 int OnRequest(LumidropRequest* request) {
     // No exception may cross into the host's C frames.
     try {
-        Zarn::kShippedPlugin.serve(Zarn::PluginRequest(*host, request));
+        Zarn::kShippedPlugin.serve(Zarn::HostRequest(*host, request));
         return 0;
     } catch (...) {
         return 1;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PluginRequest.h"
+#include "HostRequest.h"
 
 namespace Zarn {
 
@@ -11,7 +11,7 @@ struct PluginDescription {
     int type;  // LUMIDROP_PLUGIN_VIEW or LUMIDROP_PLUGIN_ACTION
     unsigned required_authority;
     // Answers one request; an exception becomes the host's error page.
-    void (*serve)(const PluginRequest& request);
+    void (*serve)(const HostRequest& request);
 };
 
 extern const PluginDescription kShippedPlugin;

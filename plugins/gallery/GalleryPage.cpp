@@ -22,8 +22,7 @@ std::string LastName(const std::string& folder) {
 
 }  // namespace
 
-GalleryPage::GalleryPage(const PluginRequest& request)
-    : request_(request), folder_(request.Path()) {
+GalleryPage::GalleryPage(const HostRequest& request) : request_(request), folder_(request.Path()) {
     for (FolderEntry& entry : request_.ListFolder()) {
         if (entry.is_folder) {
             folders_.push_back(std::move(entry.name));

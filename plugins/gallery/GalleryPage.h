@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "PluginRequest.h"
+#include "HostRequest.h"
 
 namespace Zarn {
 
@@ -13,7 +13,7 @@ namespace Zarn {
 // request's thread for that request alone.
 class GalleryPage {
 public:
-    explicit GalleryPage(const PluginRequest& request);
+    explicit GalleryPage(const HostRequest& request);
 
     [[nodiscard]] std::string Render() const;
 
@@ -28,7 +28,7 @@ private:
     // The quoted-attribute form of the address of a path below the root.
     [[nodiscard]] std::string Link(const std::string& virtual_path) const;
 
-    const PluginRequest& request_;
+    const HostRequest& request_;
     std::string folder_;
     std::vector<std::string> folders_;
     std::vector<std::string> pictures_;

@@ -7,7 +7,7 @@ namespace Zarn {
 
 namespace {
 
-void Serve(const PluginRequest& request) {
+void Serve(const HostRequest& request) {
     std::string page = GalleryPage(request).Render();
     (void)request.Send(
         200, "OK", {{"Content-Type", "text/html; charset=utf-8"}, {"Cache-Control", "no-cache"}},

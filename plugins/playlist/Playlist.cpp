@@ -33,7 +33,7 @@ std::string AsciiFallback(const std::string& name) {
 
 }  // namespace
 
-Playlist::Playlist(const PluginRequest& request) : request_(request), folder_(request.Path()) {
+Playlist::Playlist(const HostRequest& request) : request_(request), folder_(request.Path()) {
     for (std::string& name : RequestedNames()) {
         if (IsPlayable(name)) names_.push_back(std::move(name));
     }

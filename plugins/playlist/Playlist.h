@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "PluginRequest.h"
+#include "HostRequest.h"
 
 namespace Zarn {
 
@@ -14,7 +14,7 @@ namespace Zarn {
 // downloads.
 class Playlist {
 public:
-    explicit Playlist(const PluginRequest& request);
+    explicit Playlist(const HostRequest& request);
 
     // Answers the request with the playlist, or with an error when the request names no
     // host to point to or no media file; false when the visitor has gone.
@@ -28,7 +28,7 @@ private:
     [[nodiscard]] bool SendText(int status, const char* reason, const std::string& text) const;
     [[nodiscard]] std::string Translate(const char* key) const;
 
-    const PluginRequest& request_;
+    const HostRequest& request_;
     std::string folder_;
     std::vector<std::string> names_;
 };

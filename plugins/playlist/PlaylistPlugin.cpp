@@ -8,7 +8,7 @@ namespace Zarn {
 
 namespace {
 
-void Serve(const PluginRequest& request) {
+void Serve(const HostRequest& request) {
     (void)Playlist(request).Send();
 }
 

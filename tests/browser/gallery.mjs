@@ -73,7 +73,8 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
     const { pathname } = new URL(request.url());
     if (pathname.endsWith(".png")) fetched.add(decodeURIComponent(pathname));
   });
-  await page.setViewportSize({ width: 800, height: 600 });
+  // A phone's screen: one column, so most pictures lie far below the fold.
+  await page.setViewportSize({ width: 360, height: 640 });
   await page.goto(`${base}/pics/?action=Plugin&plugin=gallery`);
   const thumbs = page.locator("#gallery-grid a.gallery-thumb");
   check((await thumbs.count()) === names.length, `${await thumbs.count()} thumbnails`);
@@ -83,24 +84,21 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
     return first.complete && first.naturalWidth === 240;
   });
   const beforeScroll = fetched.size;
-  check(beforeScroll >= 4 && beforeScroll < names.length, `${beforeScroll} loaded before scrolling`);
+  check(beforeScroll >= 2 && beforeScroll < names.length, `${beforeScroll} loaded unscrolled`);
   check(!fetched.has("/pics/pic-30.png"), "the last picture waits");
-  for (let shown = 0; shown < 40 && fetched.size < names.length; shown += 1) {
-    await page.mouse.wheel(0, 600);
-    await page.waitForTimeout(100);
-  }
+  for (let i = 0; i < names.length; i += 1) await thumbs.nth(i).scrollIntoViewIfNeeded();
   await page.waitForFunction(
     (count) =>
       [...document.querySelectorAll("#gallery-grid img")].filter((img) => img.naturalWidth > 0)
         .length === count,
     names.length,
   );
-  check(!fetched.has("/pics/notes.txt"), "only pictures shown");
 
   // The awkward name is text, never markup, in the grid and in the viewer.
   check((await thumbs.first().locator("span").textContent()) === awkward, "name shown as text");
   check((await page.locator("#gallery-grid b").count()) === 0, "no markup from a name");
   check((await page.getAttribute("#gallery-listing", "href")) === "/pics/", "back to the listing");
+  await page.setViewportSize({ width: 1024, height: 768 });
   await page.evaluate(() => window.scrollTo(0, 0));
   await page.screenshot({ path: path.join(buildDir, "browser-gallery.png") });
 
@@ -111,7 +109,8 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   check((await position()) === `2 / ${names.length}`, `opened at ${await position()}`);
   await page.waitForFunction(() => {
     const full = document.getElementById("gallery-full");
-    return full.complete && full.naturalWidth === 240 && decodeURIComponent(full.src).endsWith("/pics/pic-01.png");
+    const shownFile = decodeURIComponent(full.src);
+    return full.complete && full.naturalWidth === 240 && shownFile.endsWith("/pics/pic-01.png");
   });
   await page.screenshot({ path: path.join(buildDir, "browser-gallery-viewer.png") });
   await page.click("#gallery-next");
@@ -128,7 +127,7 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   await page.keyboard.press("ArrowLeft");
   check((await position()) === `${names.length} / ${names.length}`, "round the start");
   await page.keyboard.press("Escape");
-  await page.waitForSelector("#gallery-viewer:not([open])");
+  await page.waitForFunction(() => !document.getElementById("gallery-viewer").open);
 
   // A sub-folder is a link to its own gallery.
   await page.click(".gallery-folders a");

@@ -25,9 +25,9 @@ using HeaderLine = std::pair<std::string, std::string>;
 
 // The host's functions for one request, with std::string in and out. Valid only during
 // the OnRequest call that made it; used by that call's thread alone.
-class PluginRequest {
+class HostRequest {
 public:
-    PluginRequest(const LumidropHost& host, LumidropRequest* request)
+    HostRequest(const LumidropHost& host, LumidropRequest* request)
         : host_(host), request_(request) {}
 
     // The request's folder ("music/live/").

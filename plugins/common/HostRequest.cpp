@@ -1,4 +1,4 @@
-#include "PluginRequest.h"
+#include "HostRequest.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -58,36 +58,36 @@ int NaturalCompare(std::string_view left, std::string_view right) {
 
 }  // namespace
 
-std::string PluginRequest::Path() const {
+std::string HostRequest::Path() const {
     return host_.path(request_);
 }
 
-std::optional<std::string> PluginRequest::Query(const char* name) const {
+std::optional<std::string> HostRequest::Query(const char* name) const {
     return Text(host_.query(request_, name));
 }
 
-std::optional<std::string> PluginRequest::Header(const char* name) const {
+std::optional<std::string> HostRequest::Header(const char* name) const {
     return Text(host_.header(request_, name));
 }
 
-std::string PluginRequest::Translate(const char* key) const {
+std::string HostRequest::Translate(const char* key) const {
     return host_.translate(request_, key);
 }
 
-std::string PluginRequest::Escape(const std::string& text) const {
+std::string HostRequest::Escape(const std::string& text) const {
     return host_.html_escape(request_, text.c_str());
 }
 
-std::string PluginRequest::UrlEncode(const std::string& text) const {
+std::string HostRequest::UrlEncode(const std::string& text) const {
     return host_.url_encode(request_, text.c_str());
 }
 
-std::optional<std::string> PluginRequest::LocalPath(const std::string& virtual_path,
-                                                    unsigned needed_rights) const {
+std::optional<std::string> HostRequest::LocalPath(const std::string& virtual_path,
+                                                  unsigned needed_rights) const {
     return Text(host_.local_path(request_, virtual_path.c_str(), needed_rights));
 }
 
-std::vector<FolderEntry> PluginRequest::ListFolder() const {
+std::vector<FolderEntry> HostRequest::ListFolder() const {
     std::vector<FolderEntry> entries;
     std::string folder = Path();
     std::optional<std::string> local = LocalPath(folder, LUMIDROP_RIGHT_LIST);
@@ -110,8 +110,8 @@ std::vector<FolderEntry> PluginRequest::ListFolder() const {
     return entries;
 }
 
-bool PluginRequest::Send(int status, const char* reason, const std::vector<HeaderLine>& headers,
-                         std::string_view body) const {
+bool HostRequest::Send(int status, const char* reason, const std::vector<HeaderLine>& headers,
+                       std::string_view body) const {
     if (host_.set_status(request_, status, reason) != 0) return false;
     for (const auto& [name, value] : headers) {
         if (host_.add_header(request_, name.c_str(), value.c_str()) != 0) return false;
