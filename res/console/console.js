@@ -9,11 +9,12 @@ import * as limits from "./limits.js";
 import { startLive } from "./live.js";
 import * as log from "./log.js";
 import * as mounts from "./mounts.js";
+import * as plugins from "./plugins.js";
 import * as settings from "./settings.js";
 import * as transfers from "./transfers.js";
 import * as wizard from "./wizard.js";
 
-const views = { home, mounts, accounts, ipfilter, limits, settings, transfers, log };
+const views = { home, mounts, accounts, ipfilter, limits, settings, transfers, log, plugins };
 // Which views show what a "settings" event names as changed.
 const shownBy = {
   status: "home",
@@ -24,6 +25,7 @@ const shownBy = {
   ipfilter: "ipfilter",
   limits: "limits",
   settings: "settings",
+  plugins: "plugins",
 };
 
 function currentName() {

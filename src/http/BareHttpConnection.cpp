@@ -31,6 +31,10 @@ void BareHttpConnection::AddHeader(const std::string& name, const std::string& v
 
 void BareHttpConnection::AddFormField(const std::string& name, const std::string& value) {
     fields_.push_back({name, value, false});
+    UsePost();
+}
+
+void BareHttpConnection::UsePost() {
     if (body_kind_ == BodyKind::kNone) body_kind_ = BodyKind::kUrlEncoded;
 }
 

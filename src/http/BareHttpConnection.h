@@ -29,6 +29,8 @@ public:
     // Form fields; any field makes the request a POST. A file field makes it multipart.
     void AddFormField(const std::string& name, const std::string& value);
     void AddFileField(const std::string& name, const std::string& path);
+    // A POST even when no field follows (an empty form).
+    void UsePost();
 
     // Sends the request and reads the response head. The status code, or -1 when the
     // connection could not be made or broke before a whole head arrived. Throws

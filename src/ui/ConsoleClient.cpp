@@ -59,6 +59,7 @@ ConsoleClient::Answer ConsoleClient::Call(std::string_view endpoint, const Form*
     AddOwnersHeaders(connection, token_);
     if (form != nullptr) {
         connection.AddHeader("X-Lumidrop-Console", "1");
+        connection.UsePost();
         for (const auto& [name, value] : *form)
             connection.AddFormField(name, value);
     }

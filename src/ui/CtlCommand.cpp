@@ -51,6 +51,18 @@ void OpenInBrowser(const std::string& url) {
     posix_spawn_file_actions_destroy(&actions);
 }
 
+void PrintPlugins(const JsonValue& answer) {
+    CtlTable table;
+    table.Add({"FILE", "NAME", "TYPE", "VERSION", "AUTHOR", "STATUS"});
+    if (const JsonValue* plugins = answer.Find("plugins")) {
+        for (const JsonValue& plugin : plugins->Items()) {
+            table.Add({plugin.Text("file"), plugin.Text("name"), plugin.Text("type"),
+                       plugin.Text("version"), plugin.Text("author"), plugin.Text("status")});
+        }
+    }
+    table.Print();
+}
+
 bool HasDesktop() {
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) {
         const char* value = std::getenv(name);
@@ -77,6 +89,7 @@ int CtlCommand::Run(const std::vector<std::string>& arguments) {
     if (command == "kick") return Kick(context);
     if (command == "log") return Log(context);
     if (command == "console") return Console(context);
+    if (command == "plugins") return Plugins(context);
     std::optional<int> edited = CtlEditCommands::Run(context);
     if (edited) return *edited;
     return CtlContext::Usage("unknown command '" + command + "'");
@@ -174,6 +187,17 @@ int CtlCommand::Log(CtlContext& context) {
         });
 }
 
+int CtlCommand::Plugins(CtlContext& context) {
+    bool reload = context.WordCount() == 2 && context.Word(1) == "reload";
+    if (context.WordCount() != 1 && !reload) return CtlContext::Usage("plugins [reload]");
+    if (!reload) return context.Query(true, "plugins", PrintPlugins);
+    // Only the running program holds plug-ins; there is nothing to reload offline.
+    int code = CtlContext::kOk;
+    const ConsoleClient* client = context.Connect(true, code);
+    if (client == nullptr) return code;
+    return context.Finish(client->Post("plugins/reload", {}), PrintPlugins);
+}
+
 int CtlCommand::Console(CtlContext& context) {
     if (context.WordCount() != 1) return CtlContext::Usage("console takes no arguments");
     int code = CtlContext::kOk;
@@ -205,6 +229,7 @@ std::string CtlCommand::HelpText() {
            "  log [-f]                     the log's last lines (-f: and what follows)\n"
            "  console [--open]             print the console's address and open it (on a\n"
            "                               desktop: from a terminal, or always with --open)\n"
+           "  plugins [reload]             the plug-ins of Plugin/ (reload: load them again)\n"
            "  mount list\n"
            "  mount add NAME PATH [--note TEXT] [--option yes|no]\n"
            "  mount edit NAME [--name NEW] [--path PATH] [--note TEXT] [--option yes|no]\n"

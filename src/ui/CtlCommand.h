@@ -23,6 +23,7 @@ private:
     static int Kick(CtlContext& context);
     static int Log(CtlContext& context);
     static int Console(CtlContext& context);
+    static int Plugins(CtlContext& context);
 };
 
 }  // namespace Zarn

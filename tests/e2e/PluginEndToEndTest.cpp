@@ -1,7 +1,10 @@
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
-#include <thread>
+#include <fstream>
+#include <iterator>
 
 #include "support/RunningShare.h"
 #include "support/WaitUntil.h"
@@ -27,6 +30,19 @@ protected:
              at = events.find(line + "\n", at + 1))
             count += at == 0 || events[at - 1] == '\n';
         return count;
+    }
+    // What `lumidrop ctl plugins ...` prints.
+    [[nodiscard]] std::string Ctl(const std::string& words) const {
+        EXPECT_TRUE(WaitUntil([&] { return home_.Exists("console.port"); }));
+        std::string command =
+            std::string(LUMIDROP_BINARY) + " ctl --home " + home_.Path() + " " + words;
+        std::string out;
+        FILE* pipe = ::popen(command.c_str(), "r");
+        char buffer[4096];
+        for (size_t got; pipe != nullptr && (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+            out.append(buffer, got);
+        EXPECT_TRUE(pipe != nullptr && ::pclose(pipe) == 0) << words;
+        return out;
     }
     [[nodiscard]] std::string Probe(const std::string& query, const std::string& headers = "") {
         return Visit("/docs/sub/?action=Plugin&plugin=probe&" + query, headers).body;
@@ -79,6 +95,12 @@ TEST_F(PluginEndToEndTest, LoadsGoodLibrariesAndRefusesEachBrokenOneWithItsReaso
     list = console_->Get("plugins").body;
     EXPECT_EQ(status_of("probe.so"), "(absent)");
     EXPECT_EQ(status_of("second_probe.so"), "loaded");  // the name is free now
+
+    // The same from the command line.
+    Install("probe");
+    std::string table = Ctl("plugins reload");
+    EXPECT_TRUE(Contains(table, "probe.so")) << table;
+    EXPECT_TRUE(Contains(Ctl("plugins"), "Initialize failed"));
 }
 
 // What a plug-in reads of the request and writes of the response, through the host.
@@ -211,6 +233,29 @@ TEST_F(PluginEndToEndTest, ReloadKeepsARunningRequestAlive) {
     received += ReadToClose(slow);
     EXPECT_TRUE(Contains(received, "first half, second half")) << received;
     EXPECT_TRUE(WaitUntil([&] { return CountEvents("probe finalized") == 1; }));
+}
+
+// The example of docs/plugins.md builds with nothing but the public header and runs.
+TEST_F(PluginEndToEndTest, TheDocumentedExampleBuildsFromTheHeaderAloneAndAnswers) {
+    TempFolder source;
+    std::ifstream file(LUMIDROP_SOURCE_DIR "/docs/plugins.md");
+    std::string guide{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    size_t begin = guide.find("```c\n");
+    ASSERT_NE(begin, std::string::npos);
+    begin += 5;
+    source.Write("hello.c", guide.substr(begin, guide.find("```", begin) - begin));
+    std::filesystem::create_directories(home_ / "Plugin");
+    std::string build = "cc -std=c99 -Wall -Wextra -pedantic -Werror -shared -fPIC -I" +
+                        std::string(LUMIDROP_SOURCE_DIR) + "/include -o " +
+                        (home_ / "Plugin/hello.so") + " " + (source / "hello.c");
+    ASSERT_EQ(std::system(build.c_str()), 0) << build;
+    share_.Write("a&b/x.txt", "x");
+    Start();
+    HttpResponse hello = Visit("/docs/a%26b/?action=Plugin&plugin=hello");
+    EXPECT_EQ(hello.status, 200);
+    EXPECT_EQ(hello.Header("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_TRUE(Contains(hello.body, "<p>Hello, visitor! This is /docs/a&amp;b/</p>"))
+        << hello.body;
 }
 
 }  // namespace
