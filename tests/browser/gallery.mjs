@@ -3,7 +3,7 @@
 // the program installs). A folder of 31 generated pictures shows as thumbnails that load
 // as they scroll into view, a click opens the full-size viewer, the buttons and the arrow
 // keys step through the pictures and Escape closes it; a name with "<" and "&" shows as
-// the text it is.
+// the text it is, and neither other files nor hidden pictures are shown.
 //
 // Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshots go).
 
@@ -65,6 +65,7 @@ names.forEach((name, i) => {
   fs.writeFileSync(path.join(share, name), png(240, 160, colour));
 });
 fs.writeFileSync(path.join(share, "notes.txt"), "not a picture");
+fs.writeFileSync(path.join(share, ".secret.png"), png(8, 8, [0, 0, 0]));
 fs.writeFileSync(path.join(share, "More", "inside.png"), png(60, 40, [0, 0, 255]));
 
 await runBrowserTest({ home, scratch }, async ({ page, base }) => {
