@@ -88,21 +88,21 @@ std::unique_ptr<LoadedPlugin> LoadedPlugin::Load(const std::string& path, const 
     return nullptr;
 }
 
-bool LoadedPlugin::Initialize(const std::string& home) {
+bool LoadedPlugin::Describe() {
     const Library& library = *library_;
     using Text = const char* (*)();
     auto author = library.Entry<Text>("GetPlugInAuthor");
     auto name = library.Entry<Text>("GetPlugInName");
     auto version = library.Entry<Text>("GetPlugInVersion");
     auto type = library.Entry<int (*)()>("GetPlugInType");
-    auto initialize = library.Entry<unsigned (*)(const LumidropHost*, unsigned)>("Initialize");
+    auto authority = library.Entry<unsigned (*)()>("GetRequiredAuthority");
+    initialize_ = library.Entry<unsigned (*)(const LumidropHost*, unsigned)>("Initialize");
     finalize_ = library.Entry<void (*)()>("Finalize");
     on_request_ = library.Entry<int (*)(LumidropRequest*)>("OnRequest");
-    auto authority = library.Entry<unsigned (*)()>("GetRequiredAuthority");
     const std::pair<const char*, bool> entries[] = {
         {"GetPlugInAuthor", author != nullptr},   {"GetPlugInName", name != nullptr},
         {"GetPlugInVersion", version != nullptr}, {"GetPlugInType", type != nullptr},
-        {"Initialize", initialize != nullptr},    {"Finalize", finalize_ != nullptr},
+        {"Initialize", initialize_ != nullptr},   {"Finalize", finalize_ != nullptr},
         {"OnRequest", on_request_ != nullptr},    {"GetRequiredAuthority", authority != nullptr}};
     for (const auto& [entry, found] : entries) {
         if (!found) {
@@ -114,6 +114,12 @@ bool LoadedPlugin::Initialize(const std::string& home) {
     status_.author = TextOf(author);
     status_.version = TextOf(version);
     status_.type = type();
+    needed_rights_ = (authority() & 0xFu) | LUMIDROP_RIGHT_LIST;
+    return true;
+}
+
+bool LoadedPlugin::Initialize(const std::string& home) {
+    if (!Describe()) return false;
     if (!IsValidPluginName(status_.name)) {
         status_.status = Translate("이름이 올바르지 않습니다 (영문자, 숫자, -, _ 1~64자)");
         return false;
@@ -123,10 +129,9 @@ bool LoadedPlugin::Initialize(const std::string& home) {
         status_.type = 0;
         return false;
     }
-    needed_rights_ = (authority() & 0xFu) | LUMIDROP_RIGHT_LIST;
     status_.folder = JoinPath(JoinPath(home, "Plugin"), status_.name) + "/";
     host_ = MakePluginHost(status_.folder.c_str());
-    unsigned built_for = initialize(&host_, LUMIDROP_PLUGIN_INTERFACE_VERSION);
+    unsigned built_for = initialize_(&host_, LUMIDROP_PLUGIN_INTERFACE_VERSION);
     if (built_for == 0) {
         status_.status = Translate("Initialize가 실패했습니다");
         return false;

@@ -17,7 +17,6 @@ struct PluginStatus {
     int type = 0;          // LUMIDROP_PLUGIN_VIEW or LUMIDROP_PLUGIN_ACTION; 0 when unknown
     std::string status{};  // "loaded", or why it was refused (translated)
     std::string folder{};  // its resource folder, HOME/Plugin/NAME/
-    [[nodiscard]] bool IsLoaded() const { return status == "loaded"; }
 };
 
 // One plug-in library that passed every check and was initialised: its entry points and
@@ -53,7 +52,11 @@ public:
 
 private:
     struct Library;
-    // The checks after the entry points are found; false with the reason in `status_`.
+    // Finds the eight entry points and asks the plug-in who it is; false with the reason
+    // in `status_` when one is missing.
+    [[nodiscard]] bool Describe();
+    // Describe, the checks of name and type, then the plug-in's Initialize; false with
+    // the reason in `status_`.
     [[nodiscard]] bool Initialize(const std::string& home);
 
     std::unique_ptr<Library> library_;
@@ -61,6 +64,7 @@ private:
     uint32_t needed_rights_ = 0;
     LumidropHost host_{};
     bool initialized_ = false;
+    unsigned (*initialize_)(const LumidropHost*, unsigned) = nullptr;
     int (*on_request_)(LumidropRequest*) = nullptr;
     void (*finalize_)() = nullptr;
 };
