@@ -25,6 +25,7 @@
 #include "net/Networking.h"
 #include "net/SocketError.h"
 #include "server/KorvelServer.h"
+#include "server/ShippedPluginInstaller.h"
 #include "skin/SkinManager.h"
 #include "ui/CommandLine.h"
 #include "ui/ConsoleAddressFile.h"
@@ -86,6 +87,13 @@ void WaitForStop(const sigset_t& signals, DataFileReloader& reloader, SystemdNot
 }
 
 int Serve(const CommandLine& line) {
+    // A file-size limit must fail the one write that crosses it, as a full disk does, not
+    // end the whole server; start-up already writes (the shipped plug-ins' libraries).
+    ::signal(SIGXFSZ, SIG_IGN);
+    // Whoever reads the start-up lines may go away (a script that read the address); a
+    // later line to them must fail, not end the server.
+    ::signal(SIGPIPE, SIG_IGN);
+
     std::string home = HomeFolder::Resolve(line.home);
     std::string settings_path = JoinPath(home, KorvelConfig::kFileName);
     bool fresh = TekoFile::GetFileSize(settings_path) == TekoFile::kInvalidSize;
@@ -104,15 +112,9 @@ int Serve(const CommandLine& line) {
     SetLogMask(kDefaultLogMask);
     SetDefaultUrlCodepage(config.defaultUrlCodepage);
     LocalizationStringTable::InstallShippedLanguages(home);
+    (void)ShippedPluginInstaller::Install(home);
     LocalizationStringTable::Instance().LoadLanguage(home, config.uiLanguageFile);
     SkinManager::Instance().LoadAll(home, config.defaultSkin);
-
-    // A file-size limit must fail the one write that crosses it, as a full disk does,
-    // not end the whole server.
-    ::signal(SIGXFSZ, SIG_IGN);
-    // Whoever reads the start-up lines may go away (a script that read the address); a
-    // later line to them must fail, not end the server.
-    ::signal(SIGPIPE, SIG_IGN);
 
     // Every thread started from here on inherits the blocked signals; only sigwait below
     // receives them.

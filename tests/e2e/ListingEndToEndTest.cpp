@@ -120,7 +120,7 @@ TEST_F(ListingEndToEndTest, RowsShowEscapedNamesSizesAndLocalDatesInOrder) {
     };
     EXPECT_EQ(RowsOf(page.body), expected);
     EXPECT_TRUE(testing::Contains(page.body, ">5,001,236,579<")) << "the total of the sizes";
-    EXPECT_FALSE(testing::Contains(page.body, "hidden"));
+    EXPECT_FALSE(testing::Contains(page.body, ".hidden"));
 }
 
 // Far longer than what the server writes at once, so the page leaves in many pieces: in

@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <sstream>
+#include <vector>
 
 #include "core/EmbeddedResources.h"
 #include "i18n/LocalizationStringTable.h"
@@ -75,8 +76,12 @@ TEST(EnglishCoverageTest, EveryTextOfTheCodeAndTheConsolePagesIsTranslated) {
     ASSERT_TRUE(LocalizationStringTable::ReadHeader(in, descriptions) && table.Load(in));
 
     std::set<std::string> code_keys;
-    for (const auto& entry :
-         std::filesystem::recursive_directory_iterator(LUMIDROP_SOURCE_DIR "/src")) {
+    std::vector<std::filesystem::directory_entry> sources;
+    for (const char* folder : {LUMIDROP_SOURCE_DIR "/src", LUMIDROP_SOURCE_DIR "/plugins"}) {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+            sources.push_back(entry);
+    }
+    for (const auto& entry : sources) {
         std::string extension = entry.path().extension().string();
         if (extension != ".cpp" && extension != ".h") continue;
         std::string text = ReadFile(entry.path());
