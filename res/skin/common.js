@@ -785,7 +785,11 @@
       box.className = "plugin-pick";
       box.value = link.textContent;
       box.setAttribute("aria-label", link.textContent);
-      cell.insertBefore(box, cell.firstChild);
+      var line = document.createElement("span");
+      line.className = "entry-pick";
+      cell.insertBefore(line, link);
+      line.appendChild(box);
+      line.appendChild(link);
     }
   }
 
