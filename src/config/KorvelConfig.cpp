@@ -57,6 +57,8 @@ void KorvelConfig::RegisterAll() {
     // "C:\" becomes the root of the file system.
     Register("lastAddMountDirectory", &lastAddMountDirectory, "/");
     Register("firstRunDone", &firstRunDone, false);
+    Register("cgiFolder", &cgiFolder, "");
+    Register("cgiTimeout", &cgiTimeout, kDefaultCgiTimeout);
     RegisterList("mounts", &mounts);
     RegisterList("ipFilterTable", &ipFilterTable);
     RegisterList("users", &users);
@@ -70,6 +72,7 @@ bool KorvelConfig::LoadFile() {
     if (in.peek() == 0xEF) in.ignore(3);
     if (!Load(in)) return false;
     keepAliveTimeout = GetKeepAliveTimeout();
+    cgiTimeout = GetCgiTimeout();
     return true;
 }
 
@@ -77,6 +80,10 @@ int KorvelConfig::GetKeepAliveTimeout() const {
     // 0 or less is not read as "no limit", which would let forgotten connections hold
     // their threads for ever, but as the shortest allowed.
     return std::clamp(keepAliveTimeout, kMinKeepAliveTimeout, kMaxKeepAliveTimeout);
+}
+
+int KorvelConfig::GetCgiTimeout() const {
+    return std::clamp(cgiTimeout, kMinCgiTimeout, kMaxCgiTimeout);
 }
 
 std::string KorvelConfig::GetHomeFolder() const {

@@ -19,6 +19,9 @@ public:
     static constexpr int kMinKeepAliveTimeout = 1;
     // An hour: longer only keeps forgotten connections, and their threads, alive.
     static constexpr int kMaxKeepAliveTimeout = 3600;
+    static constexpr int kDefaultCgiTimeout = 60;
+    static constexpr int kMinCgiTimeout = 1;
+    static constexpr int kMaxCgiTimeout = 86400;
 
     // Registers every key with its default; reads nothing yet.
     KorvelConfig();
@@ -43,6 +46,8 @@ public:
     [[nodiscard]] CriticalSection& GetLock() { return lock_; }
     // keepAliveTimeout within its bounds, however it was set.
     [[nodiscard]] int GetKeepAliveTimeout() const;
+    // cgiTimeout within its bounds, however it was set.
+    [[nodiscard]] int GetCgiTimeout() const;
 
     bool singleInstance = true;
     unsigned short port = 80;
@@ -77,6 +82,10 @@ public:
     // The first-run wizard was finished or skipped (or the home was made by `lumidrop
     // init`), so the console never offers it again.
     bool firstRunDone = false;
+    // The one folder CGI programs run from (an absolute path); empty: CGI is off.
+    std::string cgiFolder;
+    // Seconds a CGI program may stay silent before it is stopped (1..86400).
+    int cgiTimeout = kDefaultCgiTimeout;
     std::vector<std::string> mounts;
     std::vector<std::string> ipFilterTable;
     std::vector<std::string> users;

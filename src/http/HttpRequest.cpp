@@ -225,9 +225,10 @@ ResponseTerms HttpRequest::GetResponseTerms() const {
             .body_read_whole = !body_left_unread_};
 }
 
-void HttpRequest::SendHead(const ResponseHead& head) {
+void HttpRequest::SendHead(const ResponseHead& head, RequestBody body) {
     if (response_begun_) throw std::logic_error("A response has only one head");
-    DisposeBody();
+    // A client still waiting for "100 Continue" would hear it after the final head.
+    if (body == RequestBody::kDispose || awaits_continue_) DisposeBody();
     Log(kLogTrace, "SendHead(%d)", head.GetCode());
     response_begun_ = true;
     response_code_ = head.GetCode();
@@ -235,6 +236,11 @@ void HttpRequest::SendHead(const ResponseHead& head) {
     framing_ = written.framing;
     keep_alive_ = written.keep_alive;
     body_promised_ = head.GetContentLength().value_or(0);
+}
+
+void HttpRequest::MarkHeadersEnded() {
+    if (!response_begun_) throw std::logic_error("No head to end");
+    Flush();
 }
 
 std::string& HttpRequest::Output() {

@@ -95,7 +95,16 @@ public:
     // with the first body bytes. Send and SendFileBody write body bytes in that framing (for
     // HEAD they write nothing), EndResponse ends the body. Every send can throw
     // socket_exception, and TransferKickedException when the owner kicked the transfer.
-    void SendHead(const ResponseHead& head);
+    //
+    // kKeepReading is for a handler that goes on reading the request body while it answers
+    // (a CGI program gets its input as it answers): the body is left to it, and it must read
+    // it to the end before the response ends, or the next request would start inside it.
+    enum class RequestBody { kDispose, kKeepReading };
+    void SendHead(const ResponseHead& head, RequestBody body = RequestBody::kDispose);
+    // Puts the head given to SendHead on the wire now, ahead of any body byte, so that the
+    // client sees the answer begin while a source that streams its body (a CGI program)
+    // is still at work.
+    void MarkHeadersEnded();
     void Send(const void* bytes, size_t length);
     void Send(std::string_view bytes) { Send(bytes.data(), bytes.size()); }
     // Sends `length` bytes of an open file, from `offset`, as body bytes: straight from the

@@ -11,6 +11,7 @@
 #include "i18n/Translate.h"
 #include "log/Log.h"
 #include "net/socket_exception.h"
+#include "server/CgiRequestProcessor.h"
 #include "server/DownloadRequestProcessor.h"
 #include "server/IdentificationRequestProcessor.h"
 #include "server/ListRequestProcessor.h"
@@ -113,7 +114,9 @@ void KorvelHttpRequestHandler::ReloadSkinsForDevelopers() const {
 
 void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
     HtmlPageSender pages(request, PageContext());
-    if (request.IsFormTooLarge()) {
+    // A CGI program takes a body of any size on its input.
+    if (request.IsFormTooLarge() &&
+        !CgiRequestProcessor::Handles(request.GetPath(), *services_.config, *services_.mounts)) {
         return pages.SendErrorPage(413, "Payload Too Large", Translate("요청이 너무 큽니다."));
     }
     const std::string& path = request.GetPath();
@@ -161,6 +164,13 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
     }
     if (action == "Login" && user.empty()) return pages.SendLoginRefused();
     if (action == "Logout") return pages.SendLogoutPage();
+    if (CgiRequestProcessor::Handles(path, *services_.config, *services_.mounts)) {
+        return CgiRequestProcessor({.config = services_.config,
+                                    .mounts = services_.mounts,
+                                    .page = PageContext(),
+                                    .server_port = services_.port()})
+            .Process(request);
+    }
 
     std::string selected;
     if ((request.GetFormParameter("selectedFiles", selected) ||

@@ -1,6 +1,7 @@
 #include "ui/SettingsCatalog.h"
 
 #include <arpa/inet.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <charconv>
@@ -13,6 +14,8 @@
 #include "core/TextEncoding.h"
 #include "i18n/LocalizationStringTable.h"
 #include "i18n/Translate.h"
+#include "server/CgiFolder.h"
+#include "share/MountManager.h"
 #include "skin/SkinManager.h"
 
 namespace Zarn {
@@ -84,6 +87,33 @@ bool IsConvertibleCodepage(const KorvelConfig&, const std::string& value, std::s
     return false;
 }
 
+// Programs must never run from where visitors read or upload, so the CGI folder may not
+// lie inside a shared folder.
+bool IsCgiFolder(const KorvelConfig& config, const std::string& value, std::string& error) {
+    if (value.empty()) return true;
+    struct stat info {};
+    if (!value.starts_with('/') || ::stat(value.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        error = Translate("CGI 폴더는 이미 있는 폴더의 절대 경로여야 합니다.");
+        return false;
+    }
+    std::vector<std::string> elements;
+    {
+        // The lock guards the list, not the object, and is the only thing changed here.
+        CriticalSectionLock hold(const_cast<KorvelConfig&>(config).GetLock());
+        elements = config.mounts;
+    }
+    std::vector<Mount> mounts;
+    for (const std::string& element : elements) {
+        if (std::optional<Mount> mount = Mount::Parse(element)) mounts.push_back(*mount);
+    }
+    if (std::optional<std::string> covering = CgiFolder::FindCoveringMount(value, mounts)) {
+        error =
+            FormatTranslated("CGI 폴더는 공유 폴더(%s) 안에 둘 수 없습니다.", covering->c_str());
+        return false;
+    }
+    return true;
+}
+
 const std::vector<Setting>& Settings() {
     using C = KorvelConfig;
     auto flag = [](const char* key, bool C::*member) {
@@ -123,6 +153,9 @@ const std::vector<Setting>& Settings() {
         number("defaultUrlCodepage", &C::defaultUrlCodepage, 1, 65535, IsConvertibleCodepage),
         text("defaultSkin", &C::defaultSkin, IsKnownSkin),
         text("uiLanguageFile", &C::uiLanguageFile, IsKnownLanguage),
+        text("cgiFolder", &C::cgiFolder, IsCgiFolder),
+        number("cgiTimeout", &C::cgiTimeout, KorvelConfig::kMinCgiTimeout,
+               KorvelConfig::kMaxCgiTimeout),
     };
     return settings;
 }
