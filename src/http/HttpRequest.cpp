@@ -339,8 +339,10 @@ bool HttpRequest::FinishResponse() {
     if (!response_broken_) EndResponse();
     // A body that broke off or fell short of its Content-Length leaves the client unable
     // to find the next response.
-    bool complete =
-        !response_broken_ && (framing_ != BodyFraming::kLength || body_sent_ == body_promised_);
+    // So does a request body a handler kept reading (SendHead's kKeepReading) but left
+    // unfinished: the next request would be read from inside it.
+    bool complete = !response_broken_ && consumed_ >= content_length_ &&
+                    (framing_ != BodyFraming::kLength || body_sent_ == body_promised_);
     return complete && IsKeepAlive();
 }
 
