@@ -57,14 +57,15 @@ public:
     // Sends SIGTERM and waits; the exit status (-1 when it did not exit normally).
     int Stop() {
         if (pid_ <= 0) return exit_status_;
-        ::kill(pid_, SIGTERM);
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = -1;
+        int status = SignalAndWait(SIGTERM);
         exit_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        if (out_ != nullptr) std::fclose(out_);
-        out_ = nullptr;
         return exit_status_;
+    }
+    // Sends the signal and waits: the signal the program died of, 0 when it exited.
+    int KillWith(int signal) {
+        if (pid_ <= 0) return 0;
+        int status = SignalAndWait(signal);
+        return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     }
 
     // Runs the program to its end with these arguments: exit status and standard error.
@@ -80,6 +81,16 @@ public:
     }
 
 private:
+    int SignalAndWait(int signal) {
+        ::kill(pid_, signal);
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        pid_ = -1;
+        if (out_ != nullptr) std::fclose(out_);
+        out_ = nullptr;
+        return status;
+    }
+
     void Start(const std::vector<std::string>& arguments, bool must_listen = true) {
         int pipe_fds[2];
         ASSERT_EQ(::pipe(pipe_fds), 0);
