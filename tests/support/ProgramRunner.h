@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,14 +58,17 @@ public:
     // Sends SIGTERM and waits; the exit status (-1 when it did not exit normally).
     int Stop() {
         if (pid_ <= 0) return exit_status_;
-        int status = SignalAndWait(SIGTERM);
+        ::kill(pid_, SIGTERM);
+        int status = Wait();
         exit_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         return exit_status_;
     }
-    // Sends the signal and waits: the signal the program died of, 0 when it exited.
+    // Sends the signal to the main thread (a signal for the process may reach any thread)
+    // and waits: the signal the program died of, 0 when it exited.
     int KillWith(int signal) {
         if (pid_ <= 0) return 0;
-        int status = SignalAndWait(signal);
+        ::syscall(SYS_tgkill, pid_, pid_, signal);
+        int status = Wait();
         return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     }
 
@@ -81,8 +85,7 @@ public:
     }
 
 private:
-    int SignalAndWait(int signal) {
-        ::kill(pid_, signal);
+    int Wait() {
         int status = 0;
         ::waitpid(pid_, &status, 0);
         pid_ = -1;
