@@ -28,7 +28,15 @@
 namespace Zarn {
 namespace {
 
-constexpr int kFatalSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
+struct FatalSignal {
+    int number;
+    const char* name;
+};
+constexpr FatalSignal kFatalSignals[] = {{SIGSEGV, "SIGSEGV"},
+                                         {SIGBUS, "SIGBUS"},
+                                         {SIGFPE, "SIGFPE"},
+                                         {SIGILL, "SIGILL"},
+                                         {SIGABRT, "SIGABRT"}};
 constexpr int kMaxFrames = 64;
 // How long a thread that faults while another writes its report waits for that one to end
 // the process before ending it itself (the first may be stuck, in the loader's lock say).
@@ -87,20 +95,10 @@ int64_t UtcNow() {
 }
 
 const char* SignalName(int number) {
-    switch (number) {
-        case SIGSEGV:
-            return "SIGSEGV";
-        case SIGBUS:
-            return "SIGBUS";
-        case SIGFPE:
-            return "SIGFPE";
-        case SIGILL:
-            return "SIGILL";
-        case SIGABRT:
-            return "SIGABRT";
-        default:
-            return "signal";
+    for (const FatalSignal& fatal : kFatalSignals) {
+        if (fatal.number == number) return fatal.name;
     }
+    return "signal";
 }
 
 // A bounded string builder for the report's path, in the static buffer.
@@ -264,10 +262,10 @@ void CrashReporter::Install(const std::string& home) {
     // and the kernel's rule for a fault whose signal is blocked) instead of the handler again.
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESETHAND;
     sigemptyset(&action.sa_mask);
-    for (int number : kFatalSignals)
-        sigaddset(&action.sa_mask, number);
-    for (int number : kFatalSignals)
-        ::sigaction(number, &action, nullptr);
+    for (const FatalSignal& fatal : kFatalSignals)
+        sigaddset(&action.sa_mask, fatal.number);
+    for (const FatalSignal& fatal : kFatalSignals)
+        ::sigaction(fatal.number, &action, nullptr);
 }
 
 std::vector<std::string> CrashReporter::MentionReports(const std::string& home) {
@@ -300,8 +298,8 @@ std::vector<std::string> CrashReporter::MentionReports(const std::string& home) 
 }
 
 void CrashReporter::RemoveFatalSignals(sigset_t& signals) {
-    for (int number : kFatalSignals)
-        sigdelset(&signals, number);
+    for (const FatalSignal& fatal : kFatalSignals)
+        sigdelset(&signals, fatal.number);
 }
 
 }  // namespace Zarn
