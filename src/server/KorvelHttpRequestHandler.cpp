@@ -11,6 +11,7 @@
 #include "i18n/Translate.h"
 #include "log/Log.h"
 #include "net/socket_exception.h"
+#include "server/AdminRequestProcessor.h"
 #include "server/CgiRequestProcessor.h"
 #include "server/DownloadRequestProcessor.h"
 #include "server/IdentificationRequestProcessor.h"
@@ -214,6 +215,14 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
         return SendSubdirs(request, services_, user, PageContext());
     }
     if (action == "Plugin") return RunPlugin(request, pages, user, *rights);
+    if (AdminRequestProcessor::IsAction(action) && request.GetMethod() == HttpMethod::kPost) {
+        if ((*rights & kRightAdmin) == 0) return pages.SendLoginRefused();
+        return AdminRequestProcessor({.mounts = services_.mounts,
+                                      .page = PageContext(),
+                                      .show_hidden = show_hidden,
+                                      .user = user})
+            .Run(request, action);
+    }
     if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
         return UploadRequestProcessor(*services_.mounts, *services_.uploads, PageContext(),
