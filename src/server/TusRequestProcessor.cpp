@@ -61,39 +61,46 @@ std::optional<std::string> TusRequestProcessor::NameOf(const std::string& metada
 }
 
 void TusRequestProcessor::Process(HttpRequest& request) {
+    // Every upload opened for the request is closed before the answer leaves: the client
+    // may send its next request on another connection the moment it has the answer, and
+    // must not find the upload still held.
+    Answer(request, Decide(request));
+}
+
+ResponseHead TusRequestProcessor::Decide(HttpRequest& request) {
     HttpMethod method = request.GetMethod();
     if (method == HttpMethod::kOptions) {
-        return Answer(request, ResponseHead(204, "No Content")
-                                   .Add("Tus-Version", kVersion)
-                                   .Add("Tus-Extension", kExtensions));
+        return ResponseHead(204, "No Content")
+            .Add("Tus-Version", kVersion)
+            .Add("Tus-Extension", kExtensions);
     }
     std::string version;
     if (!request.GetHeader("TUS-RESUMABLE", version) || Trim(version) != kVersion) {
-        return Answer(request,
-                      ResponseHead(412, "Precondition Failed").Add("Tus-Version", kVersion));
+        return ResponseHead(412, "Precondition Failed").Add("Tus-Version", kVersion);
     }
     std::string folder = request.GetPath();
     if (folder.back() != '/') folder += '/';
     std::optional<LocalTarget> target = options_.mounts->ResolveTarget(folder);
     UniqueFd folder_fd = target ? target->Open(O_PATH | O_DIRECTORY) : UniqueFd();
-    if (!folder_fd.IsValid()) return Answer(request, ResponseHead(404, "Not Found"));
+    if (!folder_fd.IsValid()) return ResponseHead(404, "Not Found");
     if (method == HttpMethod::kPost) return Create(request, folder_fd.Get(), folder);
 
+    if (method == HttpMethod::kGet) {
+        return ResponseHead(405, "Method Not Allowed")
+            .Add("Allow", "OPTIONS, POST, HEAD, PATCH, DELETE");
+    }
     std::string id;
     (void)request.GetQueryParameter("id", id);
     std::optional<ResumableUpload> upload =
         ResumableUpload::Open(folder_fd.Get(), id, options_.now);
-    if (method == HttpMethod::kGet) {
-        return Answer(request, ResponseHead(405, "Method Not Allowed")
-                                   .Add("Allow", "OPTIONS, POST, HEAD, PATCH, DELETE"));
-    }
-    if (!upload) return Answer(request, ResponseHead(404, "Not Found"));
-    if (method == HttpMethod::kHead) return Describe(request, *upload);
+    if (!upload) return ResponseHead(404, "Not Found");
+    if (method == HttpMethod::kHead) return Describe(*upload);
     if (method == HttpMethod::kPatch) return Append(request, *upload, folder);
-    Terminate(request, *upload);
+    return Terminate(*upload);
 }
 
-void TusRequestProcessor::Create(HttpRequest& request, int folder_fd, const std::string& folder) {
+ResponseHead TusRequestProcessor::Create(const HttpRequest& request, int folder_fd,
+                                         const std::string& folder) {
     std::string deferral;
     bool deferred = request.GetHeader("UPLOAD-DEFER-LENGTH", deferral);
     std::optional<uint64_t> length = NumberHeader(request, "UPLOAD-LENGTH");
@@ -101,33 +108,33 @@ void TusRequestProcessor::Create(HttpRequest& request, int folder_fd, const std:
     (void)request.GetHeader("UPLOAD-METADATA", metadata);
     std::optional<std::string> name = NameOf(metadata, options_.show_hidden);
     if (deferred ? Trim(deferral) != "1" || length : !length) {
-        return Answer(request, ResponseHead(400, "Bad Request"));
+        return ResponseHead(400, "Bad Request");
     }
-    if (!name) return Answer(request, ResponseHead(400, "Bad Request"));
+    if (!name) return ResponseHead(400, "Bad Request");
     // Creation is when a folder's abandoned uploads are looked for: nobody else comes by.
     ResumableUpload::RemoveExpired(folder_fd, options_.now);
     std::optional<uint64_t> free_bytes = FreeBytes(folder_fd);
     if (length && free_bytes && *length > *free_bytes) {
-        return Answer(request, ResponseHead(413, "Payload Too Large"));
+        return ResponseHead(413, "Payload Too Large");
     }
     std::optional<ResumableUpload> upload = ResumableUpload::Create(
         folder_fd, {.name = *name, .length = length, .metadata = std::string(Trim(metadata))});
     if (!upload) {
         LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
                       Translate("파일을 열지 못했습니다.").c_str());
-        return Answer(request, ResponseHead(500, "Internal Server Error"));
+        return ResponseHead(500, "Internal Server Error");
     }
     LogTranslated(kLogProgress, "ReceiveFile 시작");
     LogTranslated(kLogProgress, "파일: %s", name->c_str());
     Publish(*upload, UploadProgress::kRunning, 0);
     std::string location;
     AppendUrlEncoded(location, "/" + folder);
-    Answer(request, ResponseHead(201, "Created")
-                        .Add("Location", Concat({location, "?action=tus&id=", upload->GetId()}))
-                        .Add("Upload-Expires", HttpDate::Format(upload->GetExpiry())));
+    return ResponseHead(201, "Created")
+        .Add("Location", Concat({location, "?action=tus&id=", upload->GetId()}))
+        .Add("Upload-Expires", HttpDate::Format(upload->GetExpiry()));
 }
 
-void TusRequestProcessor::Describe(HttpRequest& request, ResumableUpload& upload) {
+ResponseHead TusRequestProcessor::Describe(const ResumableUpload& upload) {
     const ResumableUpload::Description& description = upload.GetDescription();
     ResponseHead head(200, "OK");
     head.Add("Upload-Offset", std::to_string(upload.GetOffset()));
@@ -138,39 +145,40 @@ void TusRequestProcessor::Describe(HttpRequest& request, ResumableUpload& upload
     }
     if (!description.metadata.empty()) head.Add("Upload-Metadata", description.metadata);
     // An offset from a cache would make the client skip or repeat bytes.
-    Answer(request, std::move(head.Add("Cache-Control", "no-store")
-                                  .Add("Upload-Expires", HttpDate::Format(upload.GetExpiry()))));
+    head.Add("Cache-Control", "no-store");
+    head.Add("Upload-Expires", HttpDate::Format(upload.GetExpiry()));
+    return head;
 }
 
-void TusRequestProcessor::Append(HttpRequest& request, ResumableUpload& upload,
-                                 const std::string& folder) {
+ResponseHead TusRequestProcessor::Append(HttpRequest& request, ResumableUpload& upload,
+                                         const std::string& folder) {
     std::string type;
     if (!request.GetHeader("CONTENT-TYPE", type) ||
         ToLowerAscii(Trim(type)) != "application/offset+octet-stream") {
-        return Answer(request, ResponseHead(415, "Unsupported Media Type"));
+        return ResponseHead(415, "Unsupported Media Type");
     }
     std::optional<uint64_t> claimed = NumberHeader(request, "UPLOAD-OFFSET");
-    if (!claimed) return Answer(request, ResponseHead(400, "Bad Request"));
+    if (!claimed) return ResponseHead(400, "Bad Request");
     // A client that lost its connection comes back while the old request may still be
     // writing; it is told to wait rather than interleave with it.
-    if (!upload.Lock()) return Answer(request, ResponseHead(423, "Locked"));
+    if (!upload.Lock()) return ResponseHead(423, "Locked");
     uint64_t offset = upload.GetOffset();
-    if (*claimed != offset) return Answer(request, ResponseHead(409, "Conflict"));
+    if (*claimed != offset) return ResponseHead(409, "Conflict");
 
     std::string length_text;
     if (request.GetHeader("UPLOAD-LENGTH", length_text)) {
         std::optional<uint64_t> length = ResumableUpload::ParseNumber(Trim(length_text));
         std::optional<uint64_t> known = upload.GetDescription().length;
         if (!length || *length < offset || (known && *known != *length)) {
-            return Answer(request, ResponseHead(400, "Bad Request"));
+            return ResponseHead(400, "Bad Request");
         }
         if (!known && !upload.SetLength(*length)) {
-            return Answer(request, ResponseHead(500, "Internal Server Error"));
+            return ResponseHead(500, "Internal Server Error");
         }
     }
     std::optional<uint64_t> length = upload.GetDescription().length;
     uint64_t end = offset + request.GetContentLength();
-    if (length && end > *length) return Answer(request, ResponseHead(400, "Bad Request"));
+    if (length && end > *length) return ResponseHead(400, "Bad Request");
 
     // The owner's transfer list names the file arriving, not the protocol's address.
     request.GetTransferStatus().SetTarget(Concat({"/", folder, upload.GetDescription().name}));
@@ -178,12 +186,12 @@ void TusRequestProcessor::Append(HttpRequest& request, ResumableUpload& upload,
         LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
                       Translate("파일에 쓸 수 없습니다.").c_str());
         Publish(upload, UploadProgress::kFailed, upload.GetOffset());
-        return Answer(request, ResponseHead(500, "Internal Server Error"));
+        return ResponseHead(500, "Internal Server Error");
     }
-    if (length && upload.GetOffset() == *length) return Finish(request, upload);
-    Answer(request, ResponseHead(204, "No Content")
-                        .Add("Upload-Offset", std::to_string(upload.GetOffset()))
-                        .Add("Upload-Expires", HttpDate::Format(upload.GetExpiry())));
+    if (length && upload.GetOffset() == *length) return Finish(upload);
+    return ResponseHead(204, "No Content")
+        .Add("Upload-Offset", std::to_string(upload.GetOffset()))
+        .Add("Upload-Expires", HttpDate::Format(upload.GetExpiry()));
 }
 
 bool TusRequestProcessor::ReceiveInto(HttpRequest& request, ResumableUpload& upload,
@@ -210,26 +218,26 @@ bool TusRequestProcessor::ReceiveInto(HttpRequest& request, ResumableUpload& upl
     return true;
 }
 
-void TusRequestProcessor::Finish(HttpRequest& request, ResumableUpload& upload) {
+ResponseHead TusRequestProcessor::Finish(ResumableUpload& upload) {
     uint64_t length = upload.GetOffset();
     std::optional<std::string> stored = upload.Complete();
     if (!stored) {
         LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
                       Translate("업로드 후 파일 이름 변경 실패").c_str());
         Publish(upload, UploadProgress::kFailed, length);
-        return Answer(request, ResponseHead(500, "Internal Server Error"));
+        return ResponseHead(500, "Internal Server Error");
     }
     LogTranslated(kLogProgress, "파일: %s", stored->c_str());
     LogTranslated(kLogProgress, "ReceiveFile 성공");
     Publish(upload, UploadProgress::kFinished, length);
-    Answer(request, ResponseHead(204, "No Content").Add("Upload-Offset", std::to_string(length)));
+    return ResponseHead(204, "No Content").Add("Upload-Offset", std::to_string(length));
 }
 
-void TusRequestProcessor::Terminate(HttpRequest& request, ResumableUpload& upload) {
-    if (!upload.Lock()) return Answer(request, ResponseHead(423, "Locked"));
+ResponseHead TusRequestProcessor::Terminate(ResumableUpload& upload) {
+    if (!upload.Lock()) return ResponseHead(423, "Locked");
     upload.Remove();
     Publish(upload, UploadProgress::kFailed, 0);
-    Answer(request, ResponseHead(204, "No Content"));
+    return ResponseHead(204, "No Content");
 }
 
 void TusRequestProcessor::Publish(const ResumableUpload& upload, int state, uint64_t received) {

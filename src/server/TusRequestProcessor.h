@@ -49,14 +49,18 @@ public:
                                                            bool show_hidden);
 
 private:
-    void Create(HttpRequest& request, int folder_fd, const std::string& folder);
-    void Describe(HttpRequest& request, ResumableUpload& upload);
-    void Append(HttpRequest& request, ResumableUpload& upload, const std::string& folder);
+    // The answer to the request; every upload it opens is closed when it returns.
+    [[nodiscard]] ResponseHead Decide(HttpRequest& request);
+    [[nodiscard]] ResponseHead Create(const HttpRequest& request, int folder_fd,
+                                      const std::string& folder);
+    [[nodiscard]] ResponseHead Describe(const ResumableUpload& upload);
+    [[nodiscard]] ResponseHead Append(HttpRequest& request, ResumableUpload& upload,
+                                      const std::string& folder);
     // Reads the body into the upload; false when the disk refused a write.
     [[nodiscard]] bool ReceiveInto(HttpRequest& request, ResumableUpload& upload, uint64_t offset,
                                    uint64_t end);
-    void Finish(HttpRequest& request, ResumableUpload& upload);
-    void Terminate(HttpRequest& request, ResumableUpload& upload);
+    [[nodiscard]] ResponseHead Finish(ResumableUpload& upload);
+    [[nodiscard]] ResponseHead Terminate(ResumableUpload& upload);
     void Publish(const ResumableUpload& upload, int state, uint64_t received);
     // Sends the head with the protocol's version, empty, keeping the connection.
     static void Answer(HttpRequest& request, ResponseHead head);
