@@ -774,12 +774,13 @@
  * works, and the plug-in is given the whole folder.
  */
 (function () {
-  function addBoxes() {
-    var rows = document.querySelectorAll("tbody.entries tr.file");
+  // Other scripts of the skin tick folders too (the zip download): they pass their rows.
+  function addBoxes(selector) {
+    var rows = document.querySelectorAll(selector || "tbody.entries tr.file");
     for (var i = 0; i < rows.length; i++) {
       var cell = rows[i].querySelector("td");
       var link = cell && cell.querySelector("a.entry-name");
-      if (!link) continue;
+      if (!link || cell.querySelector("input.plugin-pick")) continue;
       var box = document.createElement("input");
       box.type = "checkbox";
       box.className = "plugin-pick";
@@ -803,6 +804,8 @@
       field.disabled = names.length === 0;
     });
   }
+
+  window.LumidropPicks = { addBoxes: addBoxes };
 
   function start() {
     var forms = document.querySelectorAll("form.plugin-action");
