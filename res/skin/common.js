@@ -775,10 +775,12 @@
  * (admin.js), folders get a box as well; plug-ins are still given files only.
  */
 (function () {
-  function addBoxes() {
+  // Other scripts of the skin tick folders too (the zip download): they pass their rows.
+  // With the managing tools, folders are ticked as well.
+  function addBoxes(selector) {
     var managed = document.querySelector("form.admin-tools") !== null;
-    var rows = document.querySelectorAll(
-      managed ? "tbody.entries tr.file, tbody.entries tr.folder" : "tbody.entries tr.file");
+    var rows = document.querySelectorAll(selector || (
+      managed ? "tbody.entries tr.file, tbody.entries tr.folder" : "tbody.entries tr.file"));
     for (var i = 0; i < rows.length; i++) {
       var cell = rows[i].querySelector("td");
       var link = cell && cell.querySelector("a.entry-name");
