@@ -116,7 +116,7 @@ std::optional<std::string_view> ListingRows::Lookup(std::string_view name) const
     if (name == "$link") return row.substr(name_end_, link_end_ - name_end_);
     if (name == "$size") return row.substr(link_end_, size_end_ - link_end_);
     if (name == "$date") return row.substr(size_end_, date_end_ - size_end_);
-    if (name == "$mime" && !selected_->is_folder && types_ != nullptr) return row.substr(date_end_);
+    if (name == "$mime" && !selected_->is_folder) return row.substr(date_end_);
     if (name == "$is_folder" && selected_->is_folder) return "1";
     return std::nullopt;
 }

@@ -18,7 +18,7 @@ class MimeTypeTable;
 // compared). A row's values are made only when the page selects it, into one reused
 // buffer: "$name" HTML-escaped, "$link" URL-encoded, "$size" with grouped digits and
 // "$date" in local time (both empty for a folder), "$is_folder" "1" for a folder and
-// absent for a file, "$mime" a file's Content-Type when a type table is given (a skin
+// absent for a file, "$mime" a file's Content-Type (empty without a type table; a skin
 // tells by it what a browser can show, from the same table the download is typed by).
 // Names are kept one after another in a single buffer, so that ten thousand entries cost
 // few allocations and sort by moving small records. One thread.

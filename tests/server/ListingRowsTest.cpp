@@ -95,7 +95,7 @@ TEST(ListingRowsTest, FilesCarryTheirEscapedTypeFoldersNone) {
     ListingRows untyped;
     untyped.AddFile("b.png", 1, 0);
     untyped.Select(0);
-    EXPECT_FALSE(untyped.Lookup("$mime").has_value());
+    EXPECT_EQ(untyped.Lookup("$mime"), "");
 }
 
 }  // namespace
