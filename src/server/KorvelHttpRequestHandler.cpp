@@ -202,7 +202,8 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     ListRequestProcessor::Options listing{.config = services_.config,
                                           .mounts = services_.mounts,
                                           .page = PageContext(),
-                                          .plugins = services_.plugins};
+                                          .plugins = services_.plugins,
+                                          .types = services_.types};
     if (path.empty()) {
         if (!services_.config->canRootAccess) {
             return pages.SendErrorPage(403, "Forbidden",

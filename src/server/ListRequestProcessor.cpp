@@ -110,7 +110,7 @@ bool ListRequestProcessor::IsListed(const TekoFileFind& find, bool show_hidden,
 }
 
 std::unique_ptr<ListingRows> ListRequestProcessor::ReadFolder(int folder_fd) const {
-    auto rows = std::make_unique<ListingRows>();
+    auto rows = std::make_unique<ListingRows>(options_.types);
     TekoFileFind find;
     for (bool found = folder_fd >= 0 && find.FindFirstIn(folder_fd, "*"); found;
          found = find.FindNext()) {

@@ -11,6 +11,7 @@ namespace Zarn {
 class HttpRequest;
 class KorvelConfig;
 class ListingRows;
+class MimeTypeTable;
 class MountManager;
 class PluginManager;
 class TekoFileFind;
@@ -33,6 +34,8 @@ public:
         const LocalTarget* target = nullptr;
         // Offered in folders whose mount grants the rights they need; null: none.
         const PluginManager* plugins = nullptr;
+        // Gives each file row its "$mime"; null: none.
+        const MimeTypeTable* types = nullptr;
     };
 
     explicit ListRequestProcessor(Options options) : options_(std::move(options)) {}

@@ -6,6 +6,7 @@
 #include "i18n/Translate.h"
 #include "log/Log.h"
 #include "server/TextFormat.h"
+#include "share/MimeTypeTable.h"
 
 namespace Zarn {
 
@@ -74,6 +75,23 @@ void ListingRows::Select(size_t index) {
     if (!selected_->is_folder) AppendGroupedDigits(row_, selected_->bytes);
     size_end_ = row_.size();
     if (!selected_->is_folder) AppendDate(selected_->modified);
+    date_end_ = row_.size();
+    if (!selected_->is_folder && types_ != nullptr) AppendType(name);
+}
+
+void ListingRows::AppendType(std::string_view name) {
+    size_t dot = name.rfind('.');
+    std::string_view extension = dot == std::string_view::npos ? "" : name.substr(dot + 1);
+    // Folders are mostly of one kind of file (photos, songs): the last type is kept, which
+    // spares most rows the table's lock and search.
+    if (!has_last_type_ || extension != last_extension_) {
+        last_extension_.assign(extension);
+        last_type_.clear();
+        // The owner may write anything into the type table.
+        AppendHtmlEscaped(last_type_, types_->Lookup(extension));
+        has_last_type_ = true;
+    }
+    row_ += last_type_;
 }
 
 void ListingRows::AppendDate(time_t modified) {
@@ -97,7 +115,8 @@ std::optional<std::string_view> ListingRows::Lookup(std::string_view name) const
     if (name == "$name") return row.substr(0, name_end_);
     if (name == "$link") return row.substr(name_end_, link_end_ - name_end_);
     if (name == "$size") return row.substr(link_end_, size_end_ - link_end_);
-    if (name == "$date") return row.substr(size_end_);
+    if (name == "$date") return row.substr(size_end_, date_end_ - size_end_);
+    if (name == "$mime" && !selected_->is_folder) return row.substr(date_end_);
     if (name == "$is_folder" && selected_->is_folder) return "1";
     return std::nullopt;
 }

@@ -12,14 +12,21 @@
 
 namespace Zarn {
 
+class MimeTypeTable;
+
 // The "$files" list of a listing page: folders first, then files, each by name (bytes
 // compared). A row's values are made only when the page selects it, into one reused
 // buffer: "$name" HTML-escaped, "$link" URL-encoded, "$size" with grouped digits and
 // "$date" in local time (both empty for a folder), "$is_folder" "1" for a folder and
-// absent for a file. Names are kept one after another in a single buffer, so that ten
-// thousand entries cost few allocations and sort by moving small records. One thread.
+// absent for a file, "$mime" a file's Content-Type (empty without a type table; a skin
+// tells by it what a browser can show, from the same table the download is typed by).
+// Names are kept one after another in a single buffer, so that ten thousand entries cost
+// few allocations and sort by moving small records. One thread.
 class ListingRows : public RecordList {
 public:
+    // `types`, when given, must outlive the rows and their clones.
+    explicit ListingRows(const MimeTypeTable* types = nullptr) : types_(types) {}
+
     void AddFolder(std::string_view name);
     void AddFile(std::string_view name, uint64_t bytes, time_t modified);
     // Into page order; call once all entries are in.
@@ -47,7 +54,9 @@ private:
     [[nodiscard]] std::string_view NameOf(const Entry& entry) const;
     [[nodiscard]] size_t CommonPrefixSize() const;
     void AppendDate(time_t modified);
+    void AppendType(std::string_view name);
 
+    const MimeTypeTable* types_ = nullptr;
     std::string names_;
     std::vector<Entry> entries_;
     uint64_t total_bytes_ = 0;
@@ -58,12 +67,16 @@ private:
     size_t name_end_ = 0;
     size_t link_end_ = 0;
     size_t size_end_ = 0;
+    size_t date_end_ = 0;
 
     // Files of one folder often share their modification time (an unpacked archive, a
     // copy): the last one converted is kept.
     time_t last_time_ = 0;
     std::string last_date_;
     bool has_last_time_ = false;
+    std::string last_extension_;
+    std::string last_type_;
+    bool has_last_type_ = false;
 };
 
 }  // namespace Zarn

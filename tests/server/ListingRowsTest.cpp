@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "server/ListingRows.h"
+#include "share/MimeTypeTable.h"
 
 namespace Zarn {
 namespace {
@@ -64,6 +66,36 @@ TEST(ListingRowsTest, SortsFoldersFirstThenByPlainBytes) {
     }
     for (size_t i = 0; i < cases.size(); ++i)
         ASSERT_EQ(SortedByRows(cases[i]), SortedPlainly(cases[i])) << "case " << i;
+}
+
+// The skin decides what it can preview from "$mime", so a row must carry exactly the type
+// the download will be sent with, escaped, and never a type for a folder.
+TEST(ListingRowsTest, FilesCarryTheirEscapedTypeFoldersNone) {
+    MimeTypeTable types;
+    types.Load("image/png\tpng\ntext/x-<odd>&\tq\n");
+    ListingRows rows(&types);
+    rows.AddFolder("pictures.png");
+    rows.AddFile("b.PNG", 1, 0);
+    rows.AddFile("c.q", 1, 0);
+    rows.AddFile("d", 1, 0);
+    rows.Sort();
+    std::vector<std::string> found;
+    for (size_t i = 0; i < rows.Count(); ++i) {
+        rows.Select(i);
+        // A date ends in its minutes; the type must not run on into it.
+        std::string_view date = rows.Lookup("$date").value_or("?");
+        std::string& row = found.emplace_back(
+            date.empty() || std::isdigit(static_cast<unsigned char>(date.back())) ? "" : date);
+        row.append(date.empty() ? "|" : "dated|").append(rows.Lookup("$mime").value_or("none"));
+    }
+    EXPECT_EQ(found,
+              (std::vector<std::string>{"|none", "dated|image/png", "dated|text/x-&lt;odd&gt;&amp;",
+                                        "dated|application/octet-stream"}));
+
+    ListingRows untyped;
+    untyped.AddFile("b.png", 1, 0);
+    untyped.Select(0);
+    EXPECT_EQ(untyped.Lookup("$mime"), "");
 }
 
 }  // namespace

@@ -84,7 +84,8 @@ TextContent FolderPage() {
                                {{"$name", "&lt;b&gt;.txt"},
                                 {"$link", "%3cb%3e.txt"},
                                 {"$size", "4,404,036"},
-                                {"$date", "2024-03-05 PM 01:05"}}});
+                                {"$date", "2024-03-05 PM 01:05"},
+                                {"$mime", "text/plain"}}});
     content.SetScalar("$upload_path", "/music/rock%20%26%20roll/");
     content.SetList("$skins", {{{"$name", ".default"}}, {{"$name", "develop"}}});
     content.SetList("$view_plugins", {});

@@ -1,0 +1,235 @@
+// The viewer over the listing and the grid view of the default skin, in headless Debian
+// Chromium against the real program. A folder holds a picture, a generated WAV, a hand-made
+// PDF, an HTML page and an SVG that both try to run script, a text larger than the viewer
+// reads and a file of no previewable type. Each opens in the viewer in turn with the
+// buttons and arrow keys; the sound seeks; the page shows as text and no script runs; the
+// address opens the viewer in a fresh page; Escape and Back close it. The grid shows
+// pictures as thumbnails loaded as they come into view, and the choice of view lasts.
+//
+// Environment: LUMIDROP_BINARY (the program), LUMIDROP_SOURCE_DIR, LUMIDROP_BUILD_DIR
+// (where the screenshots go).
+
+import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
+
+import { check, runBrowserTest } from "./harness.mjs";
+
+const sourceDir = process.env.LUMIDROP_SOURCE_DIR;
+const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
+const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-preview-"));
+const home = path.join(scratch, "home");
+const share = path.join(scratch, "share");
+const many = path.join(share, "many");
+fs.mkdirSync(home);
+fs.mkdirSync(many, { recursive: true });
+fs.writeFileSync(
+  path.join(home, "mount.ini"),
+  `mounts+=files|${share}|x|yes|x|no\r\nuiLanguageFile=English.wul\r\n`,
+);
+
+// Seconds of silence, 8 kHz 16-bit mono.
+function wav(seconds) {
+  const rate = 8000;
+  const samples = Buffer.alloc(rate * seconds * 2);
+  const head = Buffer.alloc(44);
+  head.write("RIFF", 0, "ascii");
+  head.writeUInt32LE(36 + samples.length, 4);
+  head.write("WAVEfmt ", 8, "ascii");
+  head.writeUInt32LE(16, 16);
+  head.writeUInt16LE(1, 20);  // PCM
+  head.writeUInt16LE(1, 22);  // mono
+  head.writeUInt32LE(rate, 24);
+  head.writeUInt32LE(rate * 2, 28);
+  head.writeUInt16LE(2, 32);
+  head.writeUInt16LE(16, 34);
+  head.write("data", 36, "ascii");
+  head.writeUInt32LE(samples.length, 40);
+  return Buffer.concat([head, samples]);
+}
+
+// One page with one line of text, its cross-reference table at the true offsets.
+function pdf() {
+  const text = "BT /F1 24 Tf 20 40 Td (Lumidrop) Tj ET";
+  const objects = [
+    "<< /Type /Catalog /Pages 2 0 R >>",
+    "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+    "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 240 100] /Contents 4 0 R " +
+      "/Resources << /Font << /F1 5 0 R >> >> >>",
+    `<< /Length ${text.length} >>\nstream\n${text}\nendstream`,
+    "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>",
+  ];
+  let body = "%PDF-1.4\n";
+  const offsets = objects.map((object, i) => {
+    const at = body.length;
+    body += `${i + 1} 0 obj\n${object}\nendobj\n`;
+    return at;
+  });
+  const xref = body.length;
+  body += `xref\n0 ${objects.length + 1}\n0000000000 65535 f \n`;
+  for (const at of offsets) body += `${String(at).padStart(10, "0")} 00000 n \n`;
+  body += `trailer\n<< /Size ${objects.length + 1} /Root 1 0 R >>\nstartxref\n${xref}\n%%EOF\n`;
+  return Buffer.from(body, "latin1");
+}
+
+const korean = "한국어 한 줄: 미리 보기";
+const hostile =
+  "<script>window.ranFromShare = true; alert('page')</script>\n" +
+  `<img src="x" onerror="window.ranFromShare = true">\n${korean}\n`;
+const svg =
+  '<svg xmlns="http://www.w3.org/2000/svg" width="80" height="80">' +
+  "<script>alert('svg')</script><rect width=\"80\" height=\"80\" fill=\"teal\"/></svg>";
+const picture = fs.readFileSync(path.join(sourceDir, "res", "demo", "pictures", "gradient.png"));
+// Past 1 MiB, with a two-byte character split by the cut.
+const big = "a".repeat(1048575) + "é and more";
+
+fs.writeFileSync(path.join(share, "a-picture.png"), picture);
+fs.writeFileSync(path.join(share, "b-tone.wav"), wav(3));
+fs.writeFileSync(path.join(share, "c-paper.pdf"), pdf());
+fs.writeFileSync(path.join(share, "d-page.html"), hostile);
+fs.writeFileSync(path.join(share, "e-drawing.svg"), svg);
+fs.writeFileSync(path.join(share, "f-big.log"), big);
+fs.writeFileSync(path.join(share, "g-archive.zip"), "PK not really");
+for (let i = 0; i < 150; i += 1) {
+  fs.writeFileSync(path.join(many, `p${String(i).padStart(3, "0")}.png`), picture);
+}
+
+await runBrowserTest({ home, scratch }, async ({ page, base }) => {
+  const dialogs = [];
+  const asked = [];
+  const watch = (target) => {
+    target.on("dialog", (dialog) => {
+      dialogs.push(dialog.message());
+      dialog.dismiss();
+    });
+    target.on("request", (request) => asked.push(request.url()));
+  };
+  watch(page);
+  const folder = `${base}/files/`;
+  const waitShown = (name) =>
+    page.waitForFunction((n) => document.querySelector(".viewer-name").textContent === n, name);
+
+  // Each row carries the type its download is sent with.
+  await page.goto(folder);
+  const rows = await page.$$eval("tbody.entries tr.file", (all) =>
+    all.map((row) => [row.querySelector("a.entry-name").getAttribute("href"), row.dataset.mime]),
+  );
+  check(rows.length === 7, `seven files listed: ${rows.length}`);
+  for (const [link, type] of rows) {
+    const sent = (await page.request.head(folder + link)).headers()["content-type"];
+    check(sent === type, `${link}: row says ${type}, download is ${sent}`);
+  }
+
+  // A picture opens over the listing, with its address and a download link.
+  await page.click("tbody.entries a.entry-name:text-is('a-picture.png')");
+  await page.waitForFunction(() => document.querySelector(".viewer-stage img")?.naturalWidth > 0);
+  check(page.url() === `${folder}#preview=a-picture.png`, `address names the file: ${page.url()}`);
+  // The file's own address, however the listing encoded its name.
+  const fileOf = (selector, property) =>
+    page.$eval(selector, (element, p) => decodeURIComponent(new URL(element[p]).pathname), property);
+  check((await fileOf(".viewer-download", "href")) === "/files/a-picture.png", "download link");
+  check((await page.getAttribute(".viewer-download", "download")) === "a-picture.png", "saves");
+  check((await page.textContent(".viewer-count")) === "1 / 6", "six previewable files");
+  await page.screenshot({ path: path.join(buildDir, "browser-preview-viewer.png") });
+
+  // The sound plays from any point the visitor winds it to.
+  await page.keyboard.press("ArrowRight");
+  await waitShown("b-tone.wav");
+  const seekedTo = await page.evaluate(async () => {
+    const audio = document.querySelector(".viewer-stage audio");
+    if (audio.readyState < 1) await new Promise((done) => audio.addEventListener("loadedmetadata", done));
+    const seeked = new Promise((done) => audio.addEventListener("seeked", done));
+    audio.currentTime = 2.5;
+    await seeked;
+    return { at: audio.currentTime, duration: audio.duration, seekable: audio.seekable.length };
+  });
+  check(Math.abs(seekedTo.duration - 3) < 0.05, `three seconds long: ${seekedTo.duration}`);
+  check(Math.abs(seekedTo.at - 2.5) < 0.05 && seekedTo.seekable > 0, `seeked: ${seekedTo.at}`);
+
+  // The PDF goes to the browser's own reader (an extension page) in a frame.
+  const reader = page.waitForEvent("framenavigated", {
+    predicate: (frame) => frame.url().startsWith("chrome-extension://"),
+  });
+  await page.click(".viewer-next");
+  await waitShown("c-paper.pdf");
+  check((await fileOf(".viewer-stage iframe", "src")) === "/files/c-paper.pdf", "PDF framed");
+  await reader;
+
+  // The page shows as the text it is: its script and handlers stay words.
+  await page.click(".viewer-next");
+  await waitShown("d-page.html");
+  await page.waitForFunction((k) => document.querySelector(".viewer-text")?.textContent.includes(k), korean);
+  check((await page.textContent(".viewer-text")) === hostile, "the page shown byte for byte as text");
+  check((await page.locator(".viewer-stage img, .viewer-stage script").count()) === 0, "no markup");
+  check(await page.isHidden(".viewer-cut"), "a short text is whole");
+
+  // The SVG is drawn as a picture, where its script does not run.
+  await page.keyboard.press("ArrowRight");
+  await waitShown("e-drawing.svg");
+  await page.waitForFunction(() => document.querySelector(".viewer-stage img")?.naturalWidth === 80);
+
+  // Only the first MiB of a long text is read, and the note says so.
+  await page.keyboard.press("ArrowRight");
+  await waitShown("f-big.log");
+  await page.waitForSelector(".viewer-cut", { state: "visible" });
+  const read = await page.evaluate(() => document.querySelector(".viewer-text").textContent.length);
+  check(read === 1048575, `the cut drops the split character: ${read}`);
+
+  // Past the last file comes the first; the zip is never among them.
+  await page.keyboard.press("ArrowRight");
+  await waitShown("a-picture.png");
+  await page.keyboard.press("ArrowLeft");
+  await waitShown("f-big.log");
+  check(page.url() === `${folder}#preview=f-big.log`, "stepping keeps the address current");
+
+  // Escape closes and takes the viewer's history entry back; Back closes too.
+  await page.keyboard.press("Escape");
+  await page.waitForSelector(".viewer", { state: "hidden" });
+  await page.waitForURL(folder);
+  await page.click("tbody.entries a.entry-name:text-is('e-drawing.svg')");
+  await waitShown("e-drawing.svg");
+  await page.goBack();
+  await page.waitForSelector(".viewer", { state: "hidden" });
+  check(page.url() === folder, `Back leaves the listing: ${page.url()}`);
+  await page.goForward();
+  await waitShown("e-drawing.svg");
+  await page.keyboard.press("Escape");
+  await page.waitForSelector(".viewer", { state: "hidden" });
+
+  // The shared address opens the viewer in a fresh page; Escape there stays on the page.
+  const fresh = await page.context().browser().newPage();
+  watch(fresh);
+  await fresh.goto(`${folder}#preview=${encodeURIComponent("d-page.html")}`);
+  await fresh.waitForFunction((k) => document.querySelector(".viewer-text")?.textContent.includes(k), korean);
+  await fresh.keyboard.press("Escape");
+  await fresh.waitForSelector(".viewer", { state: "hidden" });
+  check(fresh.url() === folder, `closed in place: ${fresh.url()}`);
+  check(!(await fresh.evaluate(() => window.ranFromShare === true)), "no shared script ran");
+  await fresh.close();
+  check(await page.isHidden(".viewer"), "the first page's viewer stayed closed");
+  check(!(await page.evaluate(() => window.ranFromShare === true)), "no shared script ran");
+
+  // The grid: thumbnails load as they come into view; the choice outlasts the page.
+  await page.goto(`${base}/files/many/`);
+  await page.click(".view-grid-toggle");
+  await page.waitForSelector("ul.grid img.grid-thumb");
+  check(await page.isHidden("table.listing"), "the table gives way to the grid");
+  check((await page.locator("ul.grid img.grid-thumb[loading=lazy]").count()) === 150, "lazy thumbs");
+  check((await page.getAttribute("ul.grid li:first-child a", "href")) === "../", "the way up leads");
+  await page.reload();
+  check((await page.getAttribute(".view-grid-toggle", "aria-pressed")) === "true", "grid kept");
+  await page.waitForFunction(() =>
+    [...document.querySelectorAll("ul.grid img")].slice(0, 12).every((img) => img.naturalWidth > 0),
+  );
+  await page.screenshot({ path: path.join(buildDir, "browser-preview-grid.png") });
+  const last = `${base}/files/many/p149.png`;
+  check(!asked.includes(last), "a picture far below is not fetched yet");
+  await page.locator("ul.grid li").last().scrollIntoViewIfNeeded();
+  await page.waitForFunction(() => [...document.querySelectorAll("ul.grid img")].pop().naturalWidth > 0);
+  check(asked.includes(last), "it is fetched once scrolled to");
+  await page.click("ul.grid a[data-preview='p149.png']");
+  await waitShown("p149.png");
+  check((await page.textContent(".viewer-count")) === "150 / 150", "the grid opens the viewer");
+
+  check(dialogs.length === 0, `no dialog: ${dialogs.join(", ")}`);
+});
