@@ -2,9 +2,9 @@
  * Korvel Lumidrop, built-in skin: sorts the listing when a column header is clicked.
  *
  * A header cell takes part when it has data-sort="name", "size" or "date". Folders always
- * stay above files. Sizes are compared as numbers although the server writes them with
- * thousands separators ("1,234,567"), and dates ("2024-03-05 PM 01:05", a 12-hour clock)
- * are compared in time order. The last choice is remembered for the next folder. Without
+ * stay above files. Sizes are compared by the exact byte count of a cell's data-bytes
+ * (the cell itself reads "1.4 MB"), or else by the cell's digits ("1,234,567"), and dates
+ * ("2024-03-05 PM 01:05", a 12-hour clock) are compared in time order. The last choice is remembered for the next folder. Without
  * this script the table is simply in the server's order.
  */
 (function () {
@@ -66,6 +66,13 @@
     return cell ? cell.textContent.replace(/\s+/g, " ").trim() : "";
   }
 
+  // A readable size loses the exact count, which the cell keeps beside it.
+  function sortText(row, index) {
+    var cell = row.cells[index];
+    var exact = cell && cell.getAttribute("data-bytes");
+    return exact !== null && exact !== undefined && exact !== "" ? exact : cellText(row, index);
+  }
+
   function SortableTable(table) {
     this.table = table;
     this.body = table.querySelector("tbody.entries") || table.tBodies[table.tBodies.length - 1];
@@ -121,7 +128,7 @@
       rows.push({
         row: all[i],
         group: all[i].getAttribute("data-kind") === "folder" ? 0 : 1,
-        key: sorter.key(cellText(all[i], column.index)),
+        key: sorter.key(sortText(all[i], column.index)),
         name: cellText(all[i], nameIndex),
         position: i
       });

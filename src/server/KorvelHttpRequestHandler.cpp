@@ -23,6 +23,7 @@
 #include "server/PluginRequestProcessor.h"
 #include "server/RequestOrigin.h"
 #include "server/RequestPath.h"
+#include "server/SearchRequestProcessor.h"
 #include "server/SubdirRequestProcessor.h"
 #include "server/SystemRequestProcessor.h"
 #include "server/TextFormat.h"
@@ -75,14 +76,24 @@ bool IsSubdirRequest(const HttpRequest& request, const std::string& action) {
     return action == "Subdir" && request.GetQueryParameters().size() == 1;
 }
 
+VisitorScope ScopeOf(const KorvelHttpRequestHandler::Services& services, const std::string& user,
+                     HtmlPageSender::Context page) {
+    return {.config = services.config,
+            .mounts = services.mounts,
+            .accounts = services.accounts,
+            .types = services.types,
+            .user = user,
+            .page = std::move(page)};
+}
+
 void SendSubdirs(HttpRequest& request, const KorvelHttpRequestHandler::Services& services,
                  const std::string& user, HtmlPageSender::Context page) {
-    SubdirRequestProcessor({.config = services.config,
-                            .mounts = services.mounts,
-                            .accounts = services.accounts,
-                            .user = user,
-                            .page = std::move(page)})
-        .SendSubdirs(request);
+    SubdirRequestProcessor(ScopeOf(services, user, std::move(page))).SendSubdirs(request);
+}
+
+void SendSearchResults(HttpRequest& request, const KorvelHttpRequestHandler::Services& services,
+                       const std::string& user, HtmlPageSender::Context page) {
+    SearchRequestProcessor(ScopeOf(services, user, std::move(page))).SendResults(request);
 }
 
 }  // namespace
@@ -212,6 +223,7 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
         if (IsSubdirRequest(request, action)) {
             return SendSubdirs(request, services_, user, PageContext());
         }
+        if (action == "Search") return SendSearchResults(request, services_, user, PageContext());
         return ListRequestProcessor(std::move(listing)).SendList(request);
     }
     std::string mount(MountNameOf(path));
@@ -227,6 +239,10 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
     if (IsSubdirRequest(request, action)) {
         if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
         return SendSubdirs(request, services_, user, PageContext());
+    }
+    if (action == "Search") {
+        if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
+        return SendSearchResults(request, services_, user, PageContext());
     }
     if (action == "Plugin") return RunPlugin(request, pages, user, *rights);
     if (AdminRequestProcessor::IsAction(action) && request.GetMethod() == HttpMethod::kPost) {

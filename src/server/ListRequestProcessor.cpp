@@ -27,10 +27,15 @@
 namespace Zarn {
 namespace {
 
-std::string FreeSpaceOf(int folder_fd) {
+void SetFreeSpace(TextContent& page, int folder_fd) {
     struct statvfs info {};
-    if (::fstatvfs(folder_fd, &info) != 0) return {};
-    return GroupDigits(static_cast<uint64_t>(info.f_bavail) * info.f_frsize);
+    if (::fstatvfs(folder_fd, &info) != 0) {
+        page.SetScalar("$free_space", "");
+        return;
+    }
+    uint64_t free_bytes = static_cast<uint64_t>(info.f_bavail) * info.f_frsize;
+    page.SetScalar("$free_space", GroupDigits(free_bytes));
+    page.SetScalar("$free_space_readable", ReadableSize(free_bytes, Translate("바이트")));
 }
 
 }  // namespace
@@ -72,7 +77,7 @@ void ListRequestProcessor::SendFolder(HttpRequest& request) {
         options_.target != nullptr
             ? options_.target->Open(O_PATH | O_DIRECTORY)
             : UniqueFd(::open(options_.local_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (show_upper) page.SetScalar("$free_space", FreeSpaceOf(folder.Get()));
+    if (show_upper) SetFreeSpace(page, folder.Get());
     if (upload_allowed) page.SetScalar("$upload_path", UrlEncode(Concat({"/", path})));
     // The skin offers delete, rename and move only to whom the server will allow them.
     if ((options_.rights & kRightAdmin) != 0) page.SetScalar("$can_admin", "1");
@@ -127,11 +132,17 @@ std::unique_ptr<ListingRows> ListRequestProcessor::ReadFolder(int folder_fd) con
 void ListRequestProcessor::SendPage(HttpRequest& request, std::unique_ptr<ListingRows> rows,
                                     TextContent page, bool show_upper) {
     rows->Sort();
+    if (show_upper) page.SetScalar("$display_upper", "1");
+    SendRows(request, std::move(rows), std::move(page));
+}
+
+void ListRequestProcessor::SendRows(HttpRequest& request, std::unique_ptr<ListingRows> rows,
+                                    TextContent page) {
     uint64_t total = rows->GetTotalBytes();
     page.SetScalar("$show_files", "1");
     page.SetRecordList("$files", std::move(rows));
     page.SetScalar("$total_size", GroupDigits(total));
-    if (show_upper) page.SetScalar("$display_upper", "1");
+    page.SetScalar("$total_size_readable", ReadableSize(total, Translate("바이트")));
     std::vector<TextContent::Record> skins;
     if (options_.page.skins != nullptr) {
         for (const std::string& name : options_.page.skins->ListNames()) {

@@ -42,6 +42,9 @@ public:
     virtual ~ListRequestProcessor() = default;
 
     void SendList(HttpRequest& request);
+    // A page of other rows than a folder's (search results), in the order they come, with
+    // what every listing page has beside them.
+    void SendRows(HttpRequest& request, std::unique_ptr<ListingRows> rows, TextContent page);
 
     // Whether a folder entry is listed: not "." or "..", visible by name, and not a link
     // that leads out of `target` (when there is one). The folder tree uses it too, so

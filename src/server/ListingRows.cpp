@@ -10,16 +10,24 @@
 
 namespace Zarn {
 
-void ListingRows::AddFolder(std::string_view name) {
-    Add(name, {.is_folder = true});
+// Translated once per page, not once per row.
+ListingRows::ListingRows(const MimeTypeTable* types)
+    : types_(types), bytes_word_(Translate("바이트")) {}
+
+void ListingRows::AddFolder(std::string_view name, std::string_view found_in) {
+    Add(name, found_in, {.is_folder = true});
 }
 
-void ListingRows::AddFile(std::string_view name, uint64_t bytes, time_t modified) {
-    Add(name, {.bytes = bytes, .modified = modified});
+void ListingRows::AddFile(std::string_view name, uint64_t bytes, time_t modified,
+                          std::string_view found_in) {
+    Add(name, found_in, {.bytes = bytes, .modified = modified});
     total_bytes_ += bytes;
 }
 
-void ListingRows::Add(std::string_view name, Entry entry) {
+void ListingRows::Add(std::string_view name, std::string_view found_in, Entry entry) {
+    entry.folder_at = names_.size();
+    entry.folder_size = found_in.size();
+    names_.append(found_in);
     entry.name_at = names_.size();
     entry.name_size = name.size();
     names_.append(name);
@@ -28,6 +36,10 @@ void ListingRows::Add(std::string_view name, Entry entry) {
 
 std::string_view ListingRows::NameOf(const Entry& entry) const {
     return std::string_view(names_).substr(entry.name_at, entry.name_size);
+}
+
+std::string_view ListingRows::FolderOf(const Entry& entry) const {
+    return std::string_view(names_).substr(entry.folder_at, entry.folder_size);
 }
 
 size_t ListingRows::CommonPrefixSize() const {
@@ -67,16 +79,26 @@ void ListingRows::Sort() {
 void ListingRows::Select(size_t index) {
     selected_ = &entries_[index];
     std::string_view name = NameOf(*selected_);
+    std::string_view folder = FolderOf(*selected_);
+    bool is_file = !selected_->is_folder;
     row_.clear();
     AppendHtmlEscaped(row_, name);
-    name_end_ = row_.size();
+    ends_[kName] = row_.size();
+    AppendUrlEncoded(row_, folder);
     AppendUrlEncoded(row_, name);
-    link_end_ = row_.size();
-    if (!selected_->is_folder) AppendGroupedDigits(row_, selected_->bytes);
-    size_end_ = row_.size();
-    if (!selected_->is_folder) AppendDate(selected_->modified);
-    date_end_ = row_.size();
-    if (!selected_->is_folder && types_ != nullptr) AppendType(name);
+    ends_[kLink] = row_.size();
+    if (is_file) AppendGroupedDigits(row_, selected_->bytes);
+    ends_[kSize] = row_.size();
+    if (is_file) AppendReadableSize(row_, selected_->bytes, bytes_word_);
+    ends_[kSizeReadable] = row_.size();
+    if (is_file) AppendDate(selected_->modified);
+    ends_[kDate] = row_.size();
+    AppendHtmlEscaped(row_, folder);
+    ends_[kFolder] = row_.size();
+    AppendUrlEncoded(row_, folder);
+    ends_[kFolderLink] = row_.size();
+    if (is_file && types_ != nullptr) AppendType(name);
+    ends_[kMime] = row_.size();
 }
 
 void ListingRows::AppendType(std::string_view name) {
@@ -111,13 +133,21 @@ void ListingRows::AppendDate(time_t modified) {
 
 std::optional<std::string_view> ListingRows::Lookup(std::string_view name) const {
     if (selected_ == nullptr) return std::nullopt;
-    std::string_view row = row_;
-    if (name == "$name") return row.substr(0, name_end_);
-    if (name == "$link") return row.substr(name_end_, link_end_ - name_end_);
-    if (name == "$size") return row.substr(link_end_, size_end_ - link_end_);
-    if (name == "$date") return row.substr(size_end_, date_end_ - size_end_);
-    if (name == "$mime" && !selected_->is_folder) return row.substr(date_end_);
-    if (name == "$is_folder" && selected_->is_folder) return "1";
+    if (name == "$is_folder") {
+        return selected_->is_folder ? std::optional<std::string_view>("1") : std::nullopt;
+    }
+    static constexpr std::string_view kNames[kFieldCount] = {
+        "$name",   "$link",        "$size", "$size_readable", "$date",
+        "$folder", "$folder_link", "$mime"};
+    for (size_t field = 0; field < kFieldCount; ++field) {
+        if (name != kNames[field]) continue;
+        // Listing rows have no folder: absent, so that a skin can ask #if( $folder ).
+        bool about_folder = field == kFolder || field == kFolderLink;
+        if (about_folder && selected_->folder_size == 0) return std::nullopt;
+        if (field == kMime && selected_->is_folder) return std::nullopt;
+        size_t start = field == 0 ? 0 : ends_[field - 1];
+        return std::string_view(row_).substr(start, ends_[field] - start);
+    }
     return std::nullopt;
 }
 

@@ -3,14 +3,11 @@
 #include <string>
 #include <vector>
 
-#include "server/HtmlPageSender.h"
+#include "server/VisitorScope.h"
 
 namespace Zarn {
 
-class AccountManager;
 class HttpRequest;
-class KorvelConfig;
-class MountManager;
 
 // Answers "?action=Subdir": the sub-folders of one folder as a small JSON document, which
 // the default skin's folder tree loads as its nodes open. Folders are chosen by the
@@ -20,13 +17,7 @@ class MountManager;
 // list before it gets here.
 class SubdirRequestProcessor {
 public:
-    struct Options {
-        KorvelConfig* config = nullptr;
-        MountManager* mounts = nullptr;
-        const AccountManager* accounts = nullptr;
-        std::string user{};  // the account name, or the anonymous visitor's
-        HtmlPageSender::Context page{};
-    };
+    using Options = VisitorScope;
 
     explicit SubdirRequestProcessor(Options options) : options_(std::move(options)) {}
     virtual ~SubdirRequestProcessor() = default;

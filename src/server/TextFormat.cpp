@@ -1,6 +1,7 @@
 #include "server/TextFormat.h"
 
 #include <cstdio>
+#include <iterator>
 
 #include "core/StringUtil.h"
 
@@ -78,6 +79,43 @@ void AppendGroupedDigits(std::string& out, uint64_t value) {
         ++digits;
     } while (value != 0);
     out.append(first, end);
+}
+
+std::string ReadableSize(uint64_t bytes, std::string_view bytes_word) {
+    std::string text;
+    AppendReadableSize(text, bytes, bytes_word);
+    return text;
+}
+
+void AppendReadableSize(std::string& out, uint64_t bytes, std::string_view bytes_word) {
+    if (bytes < 1000) {
+        AppendGroupedDigits(out, bytes);
+        out += ' ';
+        out += bytes_word;
+        return;
+    }
+    static constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB", "PB", "EB"};
+    uint64_t unit = 1;
+    for (const char* name : kUnits) {
+        unit *= 1000;
+        // Quotient and remainder instead of adding half a step first: the largest sizes
+        // would overflow.
+        uint64_t tenth = unit / 10;
+        uint64_t tenths = bytes / tenth + (bytes % tenth >= tenth / 2 ? 1 : 0);
+        uint64_t wholes = bytes / unit + (bytes % unit >= unit / 2 ? 1 : 0);
+        char text[32];
+        if (tenths < 1000) {
+            std::snprintf(text, sizeof text, "%u.%u %s", static_cast<unsigned>(tenths / 10),
+                          static_cast<unsigned>(tenths % 10), name);
+        } else if (wholes < 1000 || name == kUnits[std::size(kUnits) - 1]) {
+            std::snprintf(text, sizeof text, "%llu %s", static_cast<unsigned long long>(wholes),
+                          name);
+        } else {
+            continue;
+        }
+        out += text;
+        return;
+    }
 }
 
 std::string FormatListingDate(const std::tm& local) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/Base64.h"
+#include "core/CaseFold.h"
 #include "core/JsonWriter.h"
 #include "core/PathUtil.h"
 #include "core/StringUtil.h"
@@ -126,6 +127,24 @@ TEST(TextEncodingTest, Codepage949RoundTripsAndWhatCannotConvertGivesNothing) {
     EXPECT_EQ(ConvertToUtf8("\xFF\xFF", 949), std::nullopt);
     EXPECT_EQ(ConvertToUtf8("\xC7", 949), std::nullopt);
     EXPECT_EQ(ConvertFromUtf8("\xF0\x9F\x98\x80", 949), std::nullopt);
+}
+
+// Upper and lower case of one script fold to the same text; what has no case, and bytes
+// that are not UTF-8, stay as they are.
+TEST(CaseFoldTest, FoldsEveryScriptWithCasesAndKeepsTheRest) {
+    const TextCase cases[] = {
+        {"Annual REPORT.PDF", "annual report.pdf"},
+        {"ÉCOLE été", "école été"},
+        {"ΣΟΦΊΑ", "σοφία"},
+        {"ς", "σ"},  // final sigma
+        {"ПРИВЕТ", "привет"},
+        {"ẞ", "ß"},
+        {"한글 写真", "한글 写真"},
+        {"A\xff\xc3(\xed\xa0\x80Z", "a\xff\xc3(\xed\xa0\x80z"},  // stray, cut and surrogate
+    };
+    for (const TextCase& c : cases) {
+        EXPECT_EQ(FoldCase(c.input), c.expected) << c.input;
+    }
 }
 
 TEST(StringUtilTest, ParseLeadingDecimalSkipsLeadersAndSaturates) {

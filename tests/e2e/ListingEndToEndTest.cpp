@@ -1,5 +1,5 @@
 // Folder listings of the real program, read back row by row: what each row says (name,
-// link, size, date), in which order, and that long listings arrive whole.
+// link, exact and readable size, date), in which order, and that long listings arrive whole.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -58,8 +58,14 @@ std::vector<Row> RowsOf(const std::string& page) {
             cells.push_back(CellText(row, row.find('>', td) + 1));
         EXPECT_EQ(cells.size(), 3u) << row;
         cells.resize(3);
+        // The exact byte count; the cell itself reads "1.2 MB".
+        size_t bytes = row.find("data-bytes=\"");
+        std::string size =
+            bytes == std::string_view::npos
+                ? cells[1]
+                : std::string(row.substr(bytes + 12, row.find('"', bytes + 12) - bytes - 12));
         rows.push_back({std::string(row.substr(href + 6, row.find('"', href + 6) - href - 6)),
-                        cells[0], cells[1], cells[2]});
+                        cells[0], size, cells[2]});
     }
     return rows;
 }
@@ -119,7 +125,10 @@ TEST_F(ListingEndToEndTest, RowsShowEscapedNamesSizesAndLocalDatesInOrder) {
         {"%ed%95%9c%ea%b8%80.txt", "\xed\x95\x9c\xea\xb8\x80.txt", "12", "1970-01-01 AM 01:00"},
     };
     EXPECT_EQ(RowsOf(page.body), expected);
-    EXPECT_TRUE(testing::Contains(page.body, ">5,001,236,579<")) << "the total of the sizes";
+    EXPECT_TRUE(testing::Contains(page.body, "title=\"5,000,000,000 bytes\">5.0 GB<"));
+    EXPECT_TRUE(testing::Contains(page.body, "title=\"999 bytes\">999 bytes<"));
+    EXPECT_TRUE(testing::Contains(page.body, "title=\"5,001,236,579 bytes\">5.0 GB<"))
+        << "the total of the sizes";
     EXPECT_FALSE(testing::Contains(page.body, ".hidden"));
 }
 

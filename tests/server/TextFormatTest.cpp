@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/StringUtil.h"
@@ -95,6 +97,19 @@ TEST(TextFormatTest, FastFormattersAgreeWithPrintf) {
     }
     EXPECT_EQ(GroupDigits(int64_t{-1234}), "-1,234");
     EXPECT_EQ(GroupDigits(INT64_MIN), "-9,223,372,036,854,775,808");
+}
+
+TEST(TextFormatTest, ReadableSizesRoundHalfUpAndMoveUpAUnitAtAThousand) {
+    const std::pair<uint64_t, std::string_view> cases[] = {
+        {0, "0 bytes"},          {999, "999 bytes"},       {1000, "1.0 kB"},
+        {1049, "1.0 kB"},        {1050, "1.1 kB"},         {99949, "99.9 kB"},
+        {99950, "100 kB"},       {999499, "999 kB"},       {999500, "1.0 MB"},
+        {1400000, "1.4 MB"},     {84586532864, "84.6 GB"}, {999999999999999999, "1.0 EB"},
+        {UINT64_MAX, "18.4 EB"},
+    };
+    for (const auto& [bytes, expected] : cases) {
+        EXPECT_EQ(ReadableSize(bytes, "bytes"), expected) << bytes;
+    }
 }
 
 TEST(RequestPathTest, ValidatesAndNormalisesPaths) {

@@ -75,7 +75,8 @@ TextContent FolderPage() {
     TextContent content =
         Page("music/rock%20%26%20roll/",
              {"$address", "/music/rock &amp; roll/", "$show_files", "1", "$total_size", "4,404,036",
-              "$display_upper", "1", "$free_space", "12,345,678,901"});
+              "$display_upper", "1", "$free_space", "12,345,678,901", "$total_size_readable",
+              "4.4 MB", "$free_space_readable", "12.3 GB"});
     content.SetList("$files", {{{"$name", "Live &amp; Loud"},
                                 {"$link", "Live%20%26%20Loud"},
                                 {"$size", ""},
@@ -84,6 +85,7 @@ TextContent FolderPage() {
                                {{"$name", "&lt;b&gt;.txt"},
                                 {"$link", "%3cb%3e.txt"},
                                 {"$size", "4,404,036"},
+                                {"$size_readable", "4.4 MB"},
                                 {"$date", "2024-03-05 PM 01:05"},
                                 {"$mime", "text/plain"}}});
     content.SetScalar("$upload_path", "/music/rock%20%26%20roll/");

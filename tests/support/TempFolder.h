@@ -14,8 +14,11 @@ namespace Zarn::testing {
 // A fresh folder under the system's temporary folder, removed with everything in it.
 class TempFolder {
 public:
-    TempFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "lumidrop-XXXXXX").string();
+    TempFolder() : TempFolder(std::filesystem::temp_directory_path()) {}
+    // Under `parent` instead: a tmpfs for trees of many thousand files, which a shared disk
+    // takes minutes to make.
+    explicit TempFolder(const std::filesystem::path& parent) {
+        std::string pattern = (parent / "lumidrop-XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "mkdtemp failed";
         path_ = pattern;
     }
