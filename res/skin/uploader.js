@@ -132,11 +132,13 @@
     writeStore(kept);
   }
 
-  // Only an address of this server is followed: a Location elsewhere would send the file
-  // to someone else.
-  function sameOriginAddress(location) {
+  // A Location is read against the request it answers (it may be as short as
+  // "?action=tus&id=..."), and only an address of this server is followed: one elsewhere
+  // would send the file to someone else.
+  function sameOriginAddress(location, requested) {
+    if (!location) return null;
     try {
-      var url = new URL(location, window.location.href);
+      var url = new URL(location, new URL(requested, window.location.href));
       return url.origin === window.location.origin ? url.pathname + url.search : null;
     } catch (e) {
       return null;
@@ -264,11 +266,12 @@
     var self = this;
     var metadata = "filename " + base64(this.file.name);
     if (this.file.type) metadata += ",filetype " + base64(this.file.type);
-    this.send("POST", this.folder + "?action=tus",
+    var creation = this.folder + "?action=tus";
+    this.send("POST", creation,
               { "Upload-Length": String(this.file.size), "Upload-Metadata": metadata }, null,
               function (status, xhr) {
                 if (status !== 201) return self.refused(status);
-                self.url = sameOriginAddress(xhr.getResponseHeader("Location") || "");
+                self.url = sameOriginAddress(xhr.getResponseHeader("Location") || "", creation);
                 if (!self.url) return self.fail(fillIn(TEXT.refused, { status: status }));
                 remember(self.key, self.url);
                 self.offset = 0;
@@ -303,6 +306,7 @@
   Upload.prototype.next = function () {
     var self = this;
     this.showBytes(this.offset);
+    if (this.file.size === 0) return this.sendEmpty();
     if (this.offset >= this.file.size) return this.finish();
     var end = Math.min(this.file.size, this.offset + CHUNK);
     this.send("PATCH", this.url,
@@ -317,6 +321,20 @@
                 self.offset = isFinite(offset) && offset > self.offset ? offset : end;
                 self.failures = 0;
                 self.next();
+              });
+  };
+
+  // An empty file is complete once created, but a server may still want the one empty
+  // piece that says so; one that finished it already has forgotten it.
+  Upload.prototype.sendEmpty = function () {
+    var self = this;
+    this.send("PATCH", this.url,
+              { "Upload-Offset": "0", "Content-Type": "application/offset+octet-stream" }, null,
+              function (status) {
+                if (status === 204 || status === 200 || status === 404 || status === 410) {
+                  return self.finish();
+                }
+                self.refused(status);
               });
   };
 
