@@ -619,8 +619,9 @@
     folders.setAttribute("webkitdirectory", "");
     folders.multiple = true;
     var chooseFolder = button(TEXT.chooseFolder, "choose-folder");
-    input.parentNode.insertBefore(chooseFolder, input.nextSibling);
-    input.parentNode.insertBefore(folders, chooseFolder);
+    var submit = form.querySelector("button[type=submit]");
+    submit.parentNode.insertBefore(chooseFolder, submit.nextSibling);
+    submit.parentNode.insertBefore(folders, chooseFolder);
     chooseFolder.addEventListener("click", function () { folders.click(); });
     folders.addEventListener("change", function () {
       queue.addTree(treeOfPicks(folders.files));
