@@ -41,8 +41,9 @@ fi
 
 if (( want_tests )); then
     browser_tests="$(dirname "$0")/../tests/browser"
-    if [[ ! -f "$browser_tests/node_modules/playwright-core/package.json" ]]; then
-        echo "Installing playwright-core for the browser test"
+    if [[ ! -f "$browser_tests/node_modules/playwright-core/package.json" ||
+          ! -f "$browser_tests/node_modules/tus-js-client/package.json" ]]; then
+        echo "Installing playwright-core and tus-js-client for the browser tests"
         npm ci --prefix "$browser_tests" --no-audit --no-fund
     fi
 fi

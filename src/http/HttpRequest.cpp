@@ -60,6 +60,14 @@ void HttpRequest::ParseHeader(std::string_view header_text) {
     std::string expect;
     awaits_continue_ = content_length_ > 0 && head_.version == "HTTP/1.1" &&
                        GetHeader("EXPECT", expect) && ToLowerAscii(Trim(expect)) == "100-continue";
+    std::string override_method;
+    if (head_.method == HttpMethod::kPost && GetHeader("X-HTTP-METHOD-OVERRIDE", override_method)) {
+        // Clients behind proxies that pass only GET and POST send their resumable uploads'
+        // PATCH and DELETE this way; nothing else may be asked for through it.
+        std::string_view word = Trim(override_method);
+        if (word == "PATCH") head_.method = HttpMethod::kPatch;
+        if (word == "DELETE") head_.method = HttpMethod::kDelete;
+    }
     if (head_.method == HttpMethod::kPost) {
         PrepareBody();
         Log(kLogTrace, "POST Method Parsed.");

@@ -36,6 +36,9 @@ HttpMethod MethodOf(std::string_view word) {
     if (word == "GET") return HttpMethod::kGet;
     if (word == "POST") return HttpMethod::kPost;
     if (word == "HEAD") return HttpMethod::kHead;
+    if (word == "PATCH") return HttpMethod::kPatch;
+    if (word == "DELETE") return HttpMethod::kDelete;
+    if (word == "OPTIONS") return HttpMethod::kOptions;
     return HttpMethod::kOther;
 }
 

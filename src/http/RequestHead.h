@@ -7,7 +7,9 @@
 
 namespace Zarn {
 
-enum class HttpMethod { kGet = 0, kPost = 1, kOther = 2, kHead = 3 };
+// PATCH, DELETE and OPTIONS are known only for the resumable upload protocol; every other
+// request answers them as it answers an unknown word.
+enum class HttpMethod { kGet = 0, kPost = 1, kOther = 2, kHead = 3, kPatch, kDelete, kOptions };
 
 // Header names are kept trimmed and upper-cased ("CONTENT-LENGTH"); a repeated name keeps
 // its first value, so a second Content-Length cannot override the one the body is

@@ -17,6 +17,12 @@ std::string MethodName(const HttpRequest& request) {
             return "POST";
         case HttpMethod::kHead:
             return "HEAD";
+        case HttpMethod::kPatch:
+            return "PATCH";
+        case HttpMethod::kDelete:
+            return "DELETE";
+        case HttpMethod::kOptions:
+            return "OPTIONS";
         case HttpMethod::kOther:
             break;
     }

@@ -98,6 +98,10 @@ bool IncomingFile::IsTemporaryName(std::string_view name) {
            name.starts_with(kTemporaryPrefix) && name.ends_with(kTemporaryExtension);
 }
 
+bool IncomingFile::IsResumableName(std::string_view name) {
+    return IsTemporaryName(name) && name.substr(kTemporaryPrefix.size()).starts_with("tus-");
+}
+
 int IncomingFile::RemoveStale(int folder_fd) {
     UniqueFd listing(::openat(folder_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!listing.IsValid()) return 0;
@@ -108,7 +112,7 @@ int IncomingFile::RemoveStale(int folder_fd) {
     RunningUploads& running = RunningUploads::Instance();
     std::lock_guard hold(running.Mutex());
     while (const dirent* entry = ::readdir(dir.get())) {
-        if (!IsTemporaryName(entry->d_name)) continue;
+        if (!IsTemporaryName(entry->d_name) || IsResumableName(entry->d_name)) continue;
         std::optional<RunningUploads::Key> key = KeyOf(folder_fd, entry->d_name);
         if (!key || running.Has(*key) || IsLockedElsewhere(folder_fd, entry->d_name)) continue;
         if (::unlinkat(folder_fd, entry->d_name, 0) == 0) ++removed;
@@ -179,17 +183,25 @@ bool IncomingFile::Commit() {
         Discard();
         return false;
     }
+    std::optional<std::string> placed = MoveIntoPlace(folder_fd_, temporary_name_, name_);
+    if (!placed) {
+        Discard();
+        return false;
+    }
+    final_name_ = *placed;
+    Forget();
+    return true;
+}
+
+std::optional<std::string> IncomingFile::MoveIntoPlace(int folder_fd,
+                                                       const std::string& temporary_name,
+                                                       const std::string& name) {
     for (unsigned number = 0; number <= kMaxAttempts; ++number) {
-        std::string candidate = number == 0 ? name_ : NumberedName(name_, number);
-        if (RenameWithoutReplacing(folder_fd_, temporary_name_, candidate)) {
-            final_name_ = candidate;
-            Forget();
-            return true;
-        }
+        std::string candidate = number == 0 ? name : NumberedName(name, number);
+        if (RenameWithoutReplacing(folder_fd, temporary_name, candidate)) return candidate;
         if (errno != EEXIST) break;
     }
-    Discard();
-    return false;
+    return std::nullopt;
 }
 
 void IncomingFile::Discard() {

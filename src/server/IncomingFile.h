@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -50,8 +51,17 @@ public:
     // an EXT too long to leave NAME a character counts as part of NAME.
     [[nodiscard]] static std::string NumberedName(const std::string& name, unsigned number);
 
+    // Renames `temporary_name` in the folder to `name`, or to NAME(1).EXT and so on when
+    // that is taken, never replacing a file. The name given; nothing when none could be.
+    [[nodiscard]] static std::optional<std::string> MoveIntoPlace(int folder_fd,
+                                                                  const std::string& temporary_name,
+                                                                  const std::string& name);
+
     // True for "uploading_" ... ".LUMIDROP": half-received files, never shown nor served.
     [[nodiscard]] static bool IsTemporaryName(std::string_view name);
+    // The files of resumable uploads ("uploading_tus-" ... ".LUMIDROP"): temporary too, but
+    // waiting for their client to come back, so they are not leftovers.
+    [[nodiscard]] static bool IsResumableName(std::string_view name);
     // Deletes the temporary files in the folder that no running upload holds: the
     // leftovers of a program that was killed. Returns how many were deleted.
     static int RemoveStale(int folder_fd);

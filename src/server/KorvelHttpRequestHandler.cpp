@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <ctime>
+
 #include "config/KorvelConfig.h"
 #include "core/StringUtil.h"
 #include "core/TekoFile.h"
@@ -23,6 +25,7 @@
 #include "server/SubdirRequestProcessor.h"
 #include "server/SystemRequestProcessor.h"
 #include "server/TextFormat.h"
+#include "server/TusRequestProcessor.h"
 #include "server/UploadProgressTable.h"
 #include "server/UploadRequestProcessor.h"
 #include "server/UploadStatusReportingRequestProcessor.h"
@@ -52,7 +55,17 @@ void SendNotFound(HtmlPageSender& pages) {
 // Whatever creates or changes something on the server; such requests must come from
 // this server's own pages.
 bool ChangesState(const HttpRequest& request, const std::string& action) {
-    return request.GetMethod() == HttpMethod::kPost || action == "MakeDirectory";
+    HttpMethod method = request.GetMethod();
+    return method == HttpMethod::kPost || method == HttpMethod::kPatch ||
+           method == HttpMethod::kDelete || action == "MakeDirectory";
+}
+
+// Methods that only resumable uploads speak; anywhere else they are as unknown as any.
+bool IsUnknownMethod(const HttpRequest& request, const std::string& action) {
+    HttpMethod method = request.GetMethod();
+    bool resumable_only = method == HttpMethod::kPatch || method == HttpMethod::kDelete ||
+                          method == HttpMethod::kOptions;
+    return method == HttpMethod::kOther || (resumable_only && action != "tus");
 }
 
 // A second query parameter makes it an ordinary request for the folder.
@@ -125,8 +138,7 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
 
     // HEAD asks what GET would answer, so it must not change anything either.
     bool refused_head = request.IsHead() && ChangesState(request, action);
-    if (request.GetMethod() == HttpMethod::kOther || refused_head ||
-        path.find('\0') != std::string::npos) {
+    if (IsUnknownMethod(request, action) || refused_head || path.find('\0') != std::string::npos) {
         return pages.SendErrorPage(400, "Bad Request", Translate("잘못된 요청입니다."));
     }
     if (!IsValidRequestPath(path))
@@ -214,6 +226,14 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
         return SendSubdirs(request, services_, user, PageContext());
     }
     if (action == "Plugin") return RunPlugin(request, pages, user, *rights);
+    if (action == "tus") {
+        if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
+        return TusRequestProcessor({.mounts = services_.mounts,
+                                    .progress = services_.uploads,
+                                    .show_hidden = show_hidden,
+                                    .now = std::time(nullptr)})
+            .Process(request);
+    }
     if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
         return UploadRequestProcessor(*services_.mounts, *services_.uploads, PageContext(),

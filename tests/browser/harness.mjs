@@ -18,7 +18,7 @@ export function check(condition, what) {
 
 // Starts the program on a free port; `port` resolves once it listens, `consoleUrl` to the
 // owner's console address when the program prints one (null if it exits first).
-function startProgram(home, args = []) {
+export function startProgram(home, args = []) {
   const child = spawn(process.env.LUMIDROP_BINARY, ["--home", home, "--port", "0", ...args], {
     stdio: ["ignore", "pipe", "inherit"],
   });
@@ -39,7 +39,7 @@ function startProgram(home, args = []) {
 }
 
 // The program writes its settings as it stops, so its home folder may only go afterwards.
-async function stopProgram(child) {
+export async function stopProgram(child) {
   if (child.exitCode !== null || child.signalCode !== null) return;
   const exited = new Promise((resolve) => child.once("exit", resolve));
   child.kill("SIGTERM");
