@@ -32,6 +32,7 @@
     cancelled: #QU("업로드를 취소했습니다."),
     makingFolders: #QU("폴더를 만드는 중…"),
     progress: #QU("{sent} / {total} · {speed}/s · 남은 시간 {left}"),
+    progressStarting: #QU("{sent} / {total}"),
     retrying: #QU("연결이 끊겼습니다. {seconds}초 뒤에 이어서 올립니다."),
     refused: #QU("서버가 업로드를 거부했습니다 ({status})."),
     notAllowed: #QU("이 폴더에 올릴 권한이 없습니다."),
@@ -60,7 +61,7 @@
   }
 
   function formatDuration(seconds) {
-    if (!isFinite(seconds) || seconds < 0) return "–";
+    if (!isFinite(seconds) || seconds < 0) return "";
     var s = Math.ceil(seconds);
     var h = Math.floor(s / 3600);
     var m = Math.floor((s % 3600) / 60);
@@ -219,11 +220,11 @@
       this.sample = { at: now, sent: sent };
     }
     if (this.state !== "running") return;
-    this.show(fillIn(TEXT.progress, {
+    this.show(fillIn(this.speed ? TEXT.progress : TEXT.progressStarting, {
       sent: formatBytes(sent),
       total: formatBytes(size),
-      speed: this.speed ? formatBytes(this.speed) : "–",
-      left: this.speed ? formatDuration((size - sent) / this.speed) : "–"
+      speed: formatBytes(this.speed),
+      left: formatDuration((size - sent) / this.speed)
     }));
   };
 
