@@ -24,8 +24,11 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/lumidrop.desktop
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lumidrop.service
         DESTINATION lib/systemd/user)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/manual.md
-              ${PROJECT_SOURCE_DIR}/docs/design.md
+              ${PROJECT_SOURCE_DIR}/docs/design.md ${PROJECT_SOURCE_DIR}/docs/plugins.md
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumidrop)
+# Plug-in authors build against the installed header alone.
+install(FILES ${PROJECT_SOURCE_DIR}/include/lumidrop/plugin.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumidrop)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lumidrop)

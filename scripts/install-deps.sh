@@ -18,6 +18,9 @@ if (( want_tests )); then
     command -v curl >/dev/null 2>&1 || missing+=(curl)
     command -v wget >/dev/null 2>&1 || missing+=(wget)
     command -v rclone >/dev/null 2>&1 || missing+=(rclone)
+    # Zip downloads are opened by the unpackers visitors use.
+    command -v unzip >/dev/null 2>&1 || missing+=(unzip)
+    command -v bsdtar >/dev/null 2>&1 || missing+=(libarchive-tools)
     # The QR codes the console shows are read back as a phone would, by zbar's reader.
     command -v zbarimg >/dev/null 2>&1 || missing+=(zbar-tools)
     # The browser test drives Debian's Chromium with npm's playwright-core; no browser is

@@ -19,6 +19,8 @@
 #include "core/UrlCodec.h"
 #include "core/Version.h"
 #include "i18n/LocalizationStringTable.h"
+#include "i18n/Translate.h"
+#include "log/CrashReporter.h"
 #include "log/Log.h"
 #include "log/LogQueue.h"
 #include "log/LogWriter.h"
@@ -109,11 +111,14 @@ int Serve(const CommandLine& line) {
     LogWriter log_writer(
         {.home = home, .queue = &log_queue, .write_file = [&config] { return config.writeLog; }});
     log_writer.Install();
+    CrashReporter::Install(home);
     SetLogMask(kDefaultLogMask);
     SetDefaultUrlCodepage(config.defaultUrlCodepage);
     LocalizationStringTable::InstallShippedLanguages(home);
     (void)ShippedPluginInstaller::Install(home);
     LocalizationStringTable::Instance().LoadLanguage(home, config.uiLanguageFile);
+    for (const std::string& report : CrashReporter::MentionReports(home))
+        LogTranslated(kLogNotice, "지난 실행이 비정상 종료되었습니다. 보고서: %s", report.c_str());
     SkinManager::Instance().LoadAll(home, config.defaultSkin);
 
     // Every thread started from here on inherits the blocked signals; only sigwait below

@@ -3,6 +3,7 @@
 
 import { T, clearErrors, el, getJson, guarded, isMissing, post, showMissing } from "./api.js";
 import { folderPicker } from "./picker.js";
+import { showTrash } from "./trash.js";
 
 const view = document.getElementById("view-mounts");
 const dialog = document.getElementById("mount-dialog");
@@ -43,6 +44,7 @@ export async function show() {
   }
   document.getElementById("mounts-rows").replaceChildren(...mounts.map(row));
   document.getElementById("mounts-empty").hidden = mounts.length > 0;
+  await showTrash();
 }
 
 function openDialog(mount) {

@@ -5,7 +5,7 @@ import { T, el, guarded, post } from "./api.js";
 
 const rows = document.getElementById("transfers-rows");
 
-function sizeText(bytes) {
+export function sizeText(bytes) {
   const units = ["B", "KiB", "MiB", "GiB", "TiB"];
   let value = bytes;
   let unit = 0;

@@ -781,19 +781,25 @@
 /*
  * Action plug-ins work on the files ticked in the listing: each file row gets a box, and a
  * plug-in's form sends the ticked names, one per line. Without scripts the form still
- * works, and the plug-in is given the whole folder.
+ * works, and the plug-in is given the whole folder. Where the visitor may manage entries
+ * (admin.js), folders get a box as well; plug-ins are still given files only.
  */
 (function () {
-  function addBoxes() {
-    var rows = document.querySelectorAll("tbody.entries tr.file");
+  // Other scripts of the skin tick folders too (the zip download): they pass their rows.
+  // With the managing tools, folders are ticked as well.
+  function addBoxes(selector) {
+    var managed = document.querySelector("form.admin-tools") !== null;
+    var rows = document.querySelectorAll(selector || (
+      managed ? "tbody.entries tr.file, tbody.entries tr.folder" : "tbody.entries tr.file"));
     for (var i = 0; i < rows.length; i++) {
       var cell = rows[i].querySelector("td");
       var link = cell && cell.querySelector("a.entry-name");
-      if (!link) continue;
+      if (!link || cell.querySelector("input.plugin-pick")) continue;
       var box = document.createElement("input");
       box.type = "checkbox";
       box.className = "plugin-pick";
       box.value = link.textContent;
+      box.setAttribute("data-kind", rows[i].classList.contains("folder") ? "folder" : "file");
       box.setAttribute("aria-label", link.textContent);
       var line = document.createElement("span");
       line.className = "entry-pick";
@@ -805,7 +811,7 @@
 
   function sendTicked(form) {
     form.addEventListener("submit", function () {
-      var ticked = document.querySelectorAll("input.plugin-pick:checked");
+      var ticked = document.querySelectorAll("input.plugin-pick[data-kind=file]:checked");
       var names = [];
       for (var i = 0; i < ticked.length; i++) names.push(ticked[i].value);
       var field = form.querySelector("input[name=selectedFiles]");
@@ -816,10 +822,12 @@
 
   function start() {
     var forms = document.querySelectorAll("form.plugin-action");
-    if (forms.length === 0) return;
+    if (forms.length === 0 && !document.querySelector("form.admin-tools")) return;
     addBoxes();
     for (var i = 0; i < forms.length; i++) sendTicked(forms[i]);
   }
+
+  window.LumidropPicks = { addBoxes: addBoxes };
 
   if (document.readyState === "loading") {
     document.addEventListener("DOMContentLoaded", start);

@@ -3,6 +3,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "core/AlternateSignalStack.h"
+
 namespace Zarn {
 
 AThread::~AThread() {
@@ -60,6 +62,8 @@ void* AThread::ThreadMain(void* argument) {
     auto* self = static_cast<AThread*>(argument);
     // Start may still be recording the thread; let it finish before anything can touch it.
     { std::lock_guard lock(self->start_mutex_); }
+    // A connection thread that overflows its small stack still gets a crash report.
+    AlternateSignalStack signal_stack;
     self->thread_id_ = static_cast<uint32_t>(::syscall(SYS_gettid));
     self->exit_code_ = self->Run();
     if (!self->delete_on_exit_) {

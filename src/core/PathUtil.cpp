@@ -1,5 +1,7 @@
 #include "core/PathUtil.h"
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -69,6 +71,30 @@ std::string FolderOf(std::string_view path) {
     size_t slash = path.rfind('/');
     if (slash == std::string_view::npos) return ".";
     return slash == 0 ? "/" : std::string(path.substr(0, slash));
+}
+
+bool RenameWithoutReplacing(int from_folder, const std::string& from, int to_folder,
+                            const std::string& to) {
+    if (::renameat2(from_folder, from.c_str(), to_folder, to.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    if (errno != EINVAL && errno != ENOSYS) return false;
+    // EINVAL is also how the kernel refuses a folder moved into itself; only a file
+    // system without RENAME_NOREPLACE lets the plain checks below through.
+    struct stat source {};
+    struct stat taken {};
+    if (::fstatat(from_folder, from.c_str(), &source, AT_SYMLINK_NOFOLLOW) != 0) return false;
+    if (!S_ISDIR(source.st_mode)) {
+        // link() never replaces either.
+        if (::linkat(from_folder, from.c_str(), to_folder, to.c_str(), 0) != 0) return false;
+        ::unlinkat(from_folder, from.c_str(), 0);
+        return true;
+    }
+    if (::fstatat(to_folder, to.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
+        errno = EEXIST;
+        return false;
+    }
+    return ::renameat(from_folder, from.c_str(), to_folder, to.c_str()) == 0;
 }
 
 }  // namespace Zarn

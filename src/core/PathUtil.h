@@ -20,4 +20,11 @@ namespace Zarn {
 // The folder part of a path ("." when it has none).
 [[nodiscard]] std::string FolderOf(std::string_view path);
 
+// Renames `from` in one folder to `to` in another (descriptors, possibly the same) unless
+// something already has that name: never replaces. False with errno set otherwise; EEXIST
+// means the name is taken, EINVAL that a folder would go into itself, EXDEV that the two
+// lie on different file systems.
+[[nodiscard]] bool RenameWithoutReplacing(int from_folder, const std::string& from, int to_folder,
+                                          const std::string& to);
+
 }  // namespace Zarn

@@ -12,10 +12,12 @@
 #include <system_error>
 #include <utility>
 
+#include "core/AlternateSignalStack.h"
 #include "core/FileContents.h"
 #include "core/PathUtil.h"
 #include "core/UniqueFd.h"
 #include "core/Version.h"
+#include "log/CrashReporter.h"
 #include "log/Log.h"
 #include "log/LogQueue.h"
 
@@ -97,13 +99,18 @@ LogWriter::~LogWriter() {
 void LogWriter::StartWriterThread() {
     // The writer thread takes no signals: SIGINT and SIGTERM belong to the main thread's
     // sigwait, and a standard error whose reader has gone must fail a write with EPIPE, not
-    // end the program. Blocking them before the thread exists leaves no moment it could.
+    // end the program. Blocking them before the thread exists leaves no moment it could. Faults
+    // stay open: one whose signal is blocked ends the process without a crash report.
     sigset_t all;
     sigset_t previous;
     sigfillset(&all);
+    CrashReporter::RemoveFatalSignals(all);
     pthread_sigmask(SIG_SETMASK, &all, &previous);
     try {
-        thread_ = std::thread([this] { RunWriterThread(); });
+        thread_ = std::thread([this] {
+            AlternateSignalStack signal_stack;
+            RunWriterThread();
+        });
         threaded_ = true;
     } catch (const std::system_error&) {
         // No thread to spare: each logging thread then writes the queue itself, as before.

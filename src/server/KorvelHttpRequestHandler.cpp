@@ -13,6 +13,7 @@
 #include "i18n/Translate.h"
 #include "log/Log.h"
 #include "net/socket_exception.h"
+#include "server/AdminRequestProcessor.h"
 #include "server/CgiRequestProcessor.h"
 #include "server/DownloadRequestProcessor.h"
 #include "server/IdentificationRequestProcessor.h"
@@ -29,6 +30,7 @@
 #include "server/UploadProgressTable.h"
 #include "server/UploadRequestProcessor.h"
 #include "server/UploadStatusReportingRequestProcessor.h"
+#include "server/ZipRequestProcessor.h"
 #include "share/AccountManager.h"
 #include "share/IpFilter.h"
 #include "share/MountManager.h"
@@ -226,6 +228,14 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
         return SendSubdirs(request, services_, user, PageContext());
     }
     if (action == "Plugin") return RunPlugin(request, pages, user, *rights);
+    if (AdminRequestProcessor::IsAction(action) && request.GetMethod() == HttpMethod::kPost) {
+        if ((*rights & kRightAdmin) == 0) return pages.SendLoginRefused();
+        return AdminRequestProcessor({.mounts = services_.mounts,
+                                      .page = PageContext(),
+                                      .show_hidden = show_hidden,
+                                      .user = user})
+            .Run(request, action);
+    }
     if (action == "tus") {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
         return TusRequestProcessor({.mounts = services_.mounts,
@@ -234,6 +244,7 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
                                     .now = std::time(nullptr)})
             .Process(request);
     }
+    if (action == "Zip") return SendZip(request, pages, *rights);
     if (request.GetMethod() == HttpMethod::kPost && request.IsMultipart()) {
         if ((*rights & kRightUpload) == 0) return pages.SendLoginRefused();
         return UploadRequestProcessor(*services_.mounts, *services_.uploads, PageContext(),
@@ -300,6 +311,20 @@ bool KorvelHttpRequestHandler::AcquireDownloadToken(HttpRequest& request, HtmlPa
                                   : Translate("이 주소의 동시 다운로드 수가 한도에 이르렀습니다."));
         return false;
     }
+}
+
+void KorvelHttpRequestHandler::SendZip(HttpRequest& request, HtmlPageSender& pages,
+                                       uint32_t rights) {
+    // An archive of a folder shows what the folder holds, so it takes the right to list
+    // it as well as the right to download.
+    constexpr uint32_t kNeeded = kRightList | kRightDownload;
+    if ((rights & kNeeded) != kNeeded) return pages.SendLoginRefused();
+    std::optional<LocalTarget> target = services_.mounts->ResolveTarget(request.GetPath());
+    struct stat info {};
+    if (!target || !target->Stat(info) || !S_ISDIR(info.st_mode)) return SendNotFound(pages);
+    CounterToken token;
+    if (!AcquireDownloadToken(request, pages, token)) return;
+    ZipRequestProcessor(std::move(*target), services_.config->showHiddenFiles).SendZip(request);
 }
 
 void KorvelHttpRequestHandler::ServeFile(HttpRequest& request, HtmlPageSender& pages,

@@ -63,6 +63,8 @@ private:
     // A download place for the client's address; false after the 503 page when refused.
     [[nodiscard]] bool AcquireDownloadToken(HttpRequest& request, HtmlPageSender& pages,
                                             CounterToken& token);
+    // "?action=Zip": the folder, or the names posted from it, as one zip archive.
+    void SendZip(HttpRequest& request, HtmlPageSender& pages, uint32_t rights);
     // `opened` is the target opened for reading (invalid when it could not be), `info` its
     // status.
     void ServeFile(HttpRequest& request, HtmlPageSender& pages, const LocalTarget& target,

@@ -74,6 +74,10 @@ void ListRequestProcessor::SendFolder(HttpRequest& request) {
             : UniqueFd(::open(options_.local_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (show_upper) page.SetScalar("$free_space", FreeSpaceOf(folder.Get()));
     if (upload_allowed) page.SetScalar("$upload_path", UrlEncode(Concat({"/", path})));
+    // The skin offers delete, rename and move only to whom the server will allow them.
+    if ((options_.rights & kRightAdmin) != 0) page.SetScalar("$can_admin", "1");
+    if ((options_.rights & kRightList) != 0 && (options_.rights & kRightDownload) != 0)
+        page.SetScalar("$zip_allowed", "1");
     SetPluginRows(page, true);
     SendPage(request, ReadFolder(folder.Get()), std::move(page), show_upper);
 }

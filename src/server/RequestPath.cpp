@@ -4,6 +4,7 @@
 
 #include "core/StringUtil.h"
 #include "server/IncomingFile.h"
+#include "server/MountTrash.h"
 
 namespace Zarn {
 
@@ -46,6 +47,8 @@ std::string NormalizeRequestPath(std::string_view path) {
 
 bool IsVisibleName(std::string_view name, bool show_hidden) {
     if (IncomingFile::IsTemporaryName(name)) return false;
+    // What visitors deleted stays the owner's business, whatever else is shared.
+    if (name == MountTrash::kFolderName) return false;
     return show_hidden || !name.starts_with('.');
 }
 

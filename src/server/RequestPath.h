@@ -21,7 +21,7 @@ namespace Zarn {
 [[nodiscard]] std::string NormalizeRequestPath(std::string_view path);
 
 // Whether visitors may see, fetch or make an entry of this name: never a half-received
-// upload, and a name beginning with "." only when hidden files are shared.
+// upload nor the trash, and a name beginning with "." only when hidden files are shared.
 [[nodiscard]] bool IsVisibleName(std::string_view name, bool show_hidden);
 
 // The same for every segment of a request path below its mount (the mount's own name is

@@ -21,6 +21,7 @@
 #include "ui/ConsoleSetupApi.h"
 #include "ui/ConsoleSharingApi.h"
 #include "ui/ConsoleTexts.h"
+#include "ui/ConsoleTrashApi.h"
 #include "ui/LogHistory.h"
 
 namespace Zarn {
@@ -88,6 +89,7 @@ bool ConsoleApi::IsChange(std::string_view endpoint) {
     if (ConsoleSetupApi::IsChange(endpoint)) return true;
     if (ConsoleSettingsApi::IsChange(endpoint)) return true;
     if (ConsolePluginsApi::IsChange(endpoint)) return true;
+    if (ConsoleTrashApi::IsChange(endpoint)) return true;
     return endpoint == "transfers/kick" || endpoint == "limits/set";
 }
 
@@ -108,6 +110,7 @@ void ConsoleApi::Serve(HttpRequest& request, std::string_view endpoint) {
     if (endpoint == "texts") return SendJson(request, 200, "OK", ConsoleTexts::Json());
     if (endpoint == "qr") return ConsoleQrApi::Send(request);
     if (ConsolePluginsApi::Serve(request, endpoint, services_.server->GetPlugins())) return;
+    if (ConsoleTrashApi::Serve(request, endpoint, services_.server->GetMounts())) return;
     SendError(request, 404, "Not Found", "", Translate("찾을 수 없습니다."));
 }
 

@@ -14,6 +14,7 @@
 #include "ui/CtlContext.h"
 #include "ui/CtlEditCommands.h"
 #include "ui/CtlTable.h"
+#include "ui/CtlTrashCommand.h"
 
 extern char** environ;
 
@@ -90,6 +91,7 @@ int CtlCommand::Run(const std::vector<std::string>& arguments) {
     if (command == "log") return Log(context);
     if (command == "console") return Console(context);
     if (command == "plugins") return Plugins(context);
+    if (command == "trash") return CtlTrashCommand::Run(context);
     std::optional<int> edited = CtlEditCommands::Run(context);
     if (edited) return *edited;
     return CtlContext::Usage("unknown command '" + command + "'");
@@ -230,6 +232,8 @@ std::string CtlCommand::HelpText() {
            "  console [--open]             print the console's address and open it (on a\n"
            "                               desktop: from a terminal, or always with --open)\n"
            "  plugins [reload]             the plug-ins of Plugin/ (reload: load them again)\n"
+           "  trash [list]                 what each mount's trash holds\n"
+           "  trash empty [MOUNT]          empty one mount's trash, or every one\n"
            "  mount list\n"
            "  mount add NAME PATH [--note TEXT] [--option yes|no]\n"
            "  mount edit NAME [--name NEW] [--path PATH] [--note TEXT] [--option yes|no]\n"

@@ -23,7 +23,8 @@ deb=${debs[0]}
 contents=$(dpkg-deb -c "$deb")
 for file in ./usr/bin/lumidrop ./usr/share/man/man1/lumidrop.1.gz \
         ./usr/share/applications/lumidrop.desktop ./usr/lib/systemd/user/lumidrop.service \
-        ./usr/share/doc/lumidrop/README.md ./usr/share/doc/lumidrop/manual.md; do
+        ./usr/share/doc/lumidrop/README.md ./usr/share/doc/lumidrop/manual.md \
+        ./usr/share/doc/lumidrop/plugins.md ./usr/include/lumidrop/plugin.h; do
     grep -q " $file\$" <<<"$contents" || fail "$file is not in the package: $contents"
 done
 grep -q -- '-rwxr-xr-x root/root .* ./usr/bin/lumidrop$' <<<"$contents" ||

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -58,13 +59,17 @@ public:
     int Stop() {
         if (pid_ <= 0) return exit_status_;
         ::kill(pid_, SIGTERM);
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = -1;
+        int status = Wait();
         exit_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        if (out_ != nullptr) std::fclose(out_);
-        out_ = nullptr;
         return exit_status_;
+    }
+    // Sends the signal to the main thread (a signal for the process may reach any thread)
+    // and waits: the signal the program died of, 0 when it exited.
+    int KillWith(int signal) {
+        if (pid_ <= 0) return 0;
+        ::syscall(SYS_tgkill, pid_, pid_, signal);
+        int status = Wait();
+        return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     }
 
     // Runs the program to its end with these arguments: exit status and standard error.
@@ -80,6 +85,15 @@ public:
     }
 
 private:
+    int Wait() {
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        pid_ = -1;
+        if (out_ != nullptr) std::fclose(out_);
+        out_ = nullptr;
+        return status;
+    }
+
     void Start(const std::vector<std::string>& arguments, bool must_listen = true) {
         int pipe_fds[2];
         ASSERT_EQ(::pipe(pipe_fds), 0);

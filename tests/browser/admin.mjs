@@ -1,0 +1,70 @@
+// Managing a folder as a visitor with the administration right, in headless Chromium:
+// ticks with a shift-click range, a rename, a new folder and a delete, each without the page
+// being left; then the owner finds the deleted files in the console's trash and empties it.
+//
+// Environment: LUMIDROP_BINARY (the program).
+
+import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
+
+import { check, runBrowserTest } from "./harness.mjs";
+
+const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-admin-"));
+const home = path.join(scratch, "home");
+const shared = path.join(scratch, "shared");
+for (const folder of [home, path.join(shared, "folder")]) fs.mkdirSync(folder, { recursive: true });
+for (const name of ["a.txt", "b.txt", "c.txt"]) fs.writeFileSync(path.join(shared, name), name);
+fs.writeFileSync(
+  path.join(home, "mount.ini"),
+  "uiLanguageFile=English.wul\r\nconsolePort=0\r\n" +
+    `mounts+=docs|${shared}|x|yes|x|no\r\nauthorities+=.anonymous|docs|15\r\n`,
+);
+
+await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
+  await page.goto(`${base}/docs/`);
+  const box = (name) => page.locator(`tbody.entries input.plugin-pick[value="${name}"]`);
+  const row = (name) => page.locator("tbody.entries a.entry-name", { hasText: name });
+  const status = page.locator(".admin-status");
+  await box("folder").waitFor();
+  check(!(await page.isVisible("#lumi-admin-names")), "the typed-in names are for pages without scripts");
+  await page.evaluate(() => { window.stayed = true; });
+
+  // A shift-click ticks the whole range, folders included.
+  await box("folder").click();
+  await box("b.txt").click({ modifiers: ["Shift"] });
+  check(await box("a.txt").isChecked(), "the range between the two clicks is ticked");
+  check(!(await box("c.txt").isChecked()), "the range ends at the shift-click");
+
+  await page.click(".admin-rename");
+  await status.filter({ hasText: "Select exactly one" }).waitFor();
+  for (const name of ["folder", "b.txt"]) await box(name).uncheck();
+  page.once("dialog", (dialog) => dialog.accept("renamed.txt"));
+  await page.click(".admin-rename");
+  await row("renamed.txt").waitFor();
+  check(fs.readFileSync(path.join(shared, "renamed.txt"), "utf8") === "a.txt", "renamed on disk");
+
+  page.once("dialog", (dialog) => dialog.accept("made"));
+  await page.click(".admin-mkdir");
+  await row("made").waitFor();
+  check(fs.statSync(path.join(shared, "made")).isDirectory(), "the new folder exists");
+
+  // The boxes come back with the fresh rows.
+  await box("renamed.txt").check();
+  await box("c.txt").check();
+  page.once("dialog", (dialog) => dialog.accept());
+  await page.click(".admin-delete");
+  await status.filter({ hasText: "Moved 2 to the trash." }).waitFor();
+  await row("c.txt").waitFor({ state: "detached" });
+  check((await row("renamed.txt").count()) === 0, "the deleted rows are gone");
+  check(await page.evaluate(() => window.stayed === true), "the page was never left");
+
+  await page.goto(await consoleUrl);
+  await page.click('.tabs a[href="#mounts"]');
+  const trash = page.locator('#trash-rows li[data-name="docs"]');
+  await trash.filter({ hasText: "Trash: 2 files" }).waitFor();
+  page.once("dialog", (dialog) => dialog.accept());
+  await trash.locator("button").click();
+  await trash.filter({ hasText: "Trash: 0 files" }).waitFor();
+  check(!fs.existsSync(path.join(shared, ".lumidrop-trash")), "the trash is emptied on disk");
+});
