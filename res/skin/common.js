@@ -427,7 +427,9 @@
     if (activeUpload && activeUpload.busy) activeUpload.setPercent(percent);
   };
 
-  function acceptDrops(uploader) {
+  // Files dropped anywhere on the page: `take` gets the drop's DataTransfer while the drop
+  // event lasts (a folder's entries can only be taken then).
+  function acceptDrops(take) {
     var depth = 0;
     function carriesFiles(event) {
       var types = event.dataTransfer && event.dataTransfer.types;
@@ -455,7 +457,13 @@
       event.preventDefault();
       depth = 0;
       document.body.classList.remove("is-dropping");
-      uploader.takeDrop(event.dataTransfer.files);
+      take(event.dataTransfer);
+    });
+  }
+
+  function dropsInto(uploader) {
+    acceptDrops(function (transfer) {
+      uploader.takeDrop(transfer.files);
     });
   }
 
@@ -729,7 +737,7 @@
       return;
     }
     if (shown) shown.textContent = decodeSegment(path);
-    acceptDrops(new Uploader(form, path, true));
+    dropsInto(new Uploader(form, path, true));
   }
 
   function start() {
@@ -750,15 +758,17 @@
     var pageForm = document.querySelector("form.upload-form[data-upload-path]");
     if (pageForm) {
       var path = pageForm.getAttribute("data-upload-path");
-      if (isFolderPath(path)) acceptDrops(new Uploader(pageForm, path, false));
+      if (isFolderPath(path)) dropsInto(new Uploader(pageForm, path, false));
     }
   }
 
   window.Lumidrop = {
     formatBytes: formatBytes,
+    fillIn: fillIn,
     parseGrouped: parseGrouped,
     randomKey: randomKey,
-    isFolderPath: isFolderPath
+    isFolderPath: isFolderPath,
+    acceptDrops: acceptDrops
   };
 
   if (document.readyState === "loading") {

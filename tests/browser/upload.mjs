@@ -1,6 +1,7 @@
 // The default skin in a real browser: headless Debian Chromium, driven by playwright-core,
-// against the real program. Sorts a listing, creates a folder, uploads two files through
-// the form with its live progress, sees them listed and downloads one byte for byte.
+// against the real program. Sorts a listing, creates a folder, uploads two files as a
+// multipart post through the separate upload window with its live progress, sees them
+// listed and downloads one byte for byte. (The page's own form is resumable: tusupload.mjs.)
 //
 // Environment: LUMIDROP_BINARY (the program), LUMIDROP_SOURCE_DIR, LUMIDROP_BUILD_DIR
 // (where the screenshot of the finished listing goes).
@@ -36,7 +37,7 @@ fs.writeFileSync(path.join(picks, "note.txt"), small);
 
 await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   const asked = [];
-  page.on("request", (request) => asked.push(request.url()));
+  page.context().on("request", (request) => asked.push(request.url()));
 
   // Sorting by size: folders stay first, files go largest first.
   await page.goto(`${base}/demo/documents/`);
@@ -56,23 +57,25 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   const named = (row, name) => page.locator(`tbody.entries ${row} .entry-name`, { hasText: name });
   check((await named("tr.folder", "From the browser").count()) === 1, "new folder listed");
 
-  // Two files through the form, followed to the end by the progress display.
-  await page.setInputFiles("#lumi-upload-files", ["big-picture.bin", "note.txt"].map((n) => path.join(picks, n)));
-  await page.click("form.upload-form button[type=submit]");
-  await page.waitForFunction(() =>
+  // Two files through the upload window, followed to the end by the progress display.
+  const [popup] = await Promise.all([page.waitForEvent("popup"), page.click("a.upload-window-link")]);
+  popup.setDefaultTimeout(30000);
+  await popup.setInputFiles("#lumi-window-files", ["big-picture.bin", "note.txt"].map((n) => path.join(picks, n)));
+  await popup.click("form.upload-form button[type=submit]");
+  await popup.waitForFunction(() =>
     /KB \/ [0-9,]+ KB/.test(document.querySelector("form.upload-form .progress-status").textContent),
   );
-  await page.screenshot({ path: path.join(buildDir, "browser-upload-progress.png") });
-  await page.waitForSelector("form.upload-form .upload-progress.is-done");
-  const status = await page.textContent("form.upload-form .progress-status");
+  await popup.screenshot({ path: path.join(buildDir, "browser-upload-progress.png") });
+  await popup.waitForSelector("form.upload-form .upload-progress.is-done");
+  const status = await popup.textContent("form.upload-form .progress-status");
   check(/finished/i.test(status), `progress reports the end: ${status}`);
-  check((await page.textContent("form.upload-form .progress-percent")) === "100%", "at 100%");
+  check((await popup.textContent("form.upload-form .progress-percent")) === "100%", "at 100%");
   check(asked.some((url) => url.includes("action=UploadStatus&key=")), "progress page polled");
 
-  // The end link brings the listing back up to date.
-  await Promise.all([page.waitForEvent("load"), page.click("form.upload-form .progress-status a")]);
+  // The end link closes the window; the listing behind it is brought up to date.
+  await Promise.all([popup.waitForEvent("close"), popup.click("form.upload-form .progress-status a")]);
   for (const name of ["big-picture.bin", "note.txt"]) {
-    check((await named("tr", name).count()) === 1, `${name} listed`);
+    await named("tr", name).waitFor();
   }
   check(fs.readdirSync(share).every((name) => !name.endsWith(".LUMIDROP")), "no temporary file");
 
