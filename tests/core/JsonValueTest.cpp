@@ -123,31 +123,5 @@ TEST(JsonValueTest, AcceptsNestingUpToItsBound) {
     EXPECT_NE(error.find("deeply"), std::string::npos) << error;
 }
 
-TEST(JsonValueTest, LooksUpMembersAndReadsThemAsTextFlagsAndNumbers) {
-    std::optional<JsonValue> value =
-        Parse(R"({"name":"docs","on":true,"off":false,"port":8080,"big":1e3,"ratio":0.5,)"
-              R"("nothing":null,"count":"42","list":[1,"a"],"name":"second"})");
-    ASSERT_TRUE(value);
-    EXPECT_EQ(value->Text("name"), "docs");  // the first of a repeated name
-    EXPECT_EQ(value->Text("port"), "8080");
-    EXPECT_EQ(value->Text("on"), "true");
-    EXPECT_EQ(value->Text("nothing"), "");
-    EXPECT_EQ(value->Text("missing"), "");
-    EXPECT_EQ(value->Text("list"), "[1,\"a\"]");
-    EXPECT_TRUE(value->IsTrue("on"));
-    EXPECT_FALSE(value->IsTrue("off"));
-    EXPECT_FALSE(value->IsTrue("port"));
-    EXPECT_FALSE(value->IsTrue("missing"));
-    EXPECT_EQ(value->Integer("port"), 8080);
-    EXPECT_EQ(value->Integer("count"), 42);
-    EXPECT_EQ(value->Integer("big"), std::nullopt);
-    EXPECT_EQ(value->Integer("ratio"), std::nullopt);
-    EXPECT_EQ(value->Integer("name"), std::nullopt);
-    EXPECT_DOUBLE_EQ(value->Find("ratio")->AsNumber(), 0.5);
-    EXPECT_EQ(value->Find("list")->Find("a"), nullptr);  // an array has no members
-    ASSERT_EQ(value->Find("list")->Items().size(), 2u);
-    EXPECT_EQ(value->Find("list")->Items()[1].AsText(), "a");
-}
-
 }  // namespace
 }  // namespace Zarn
