@@ -12,10 +12,6 @@ namespace {
 
 class GuiTransferStatusAggregatorTest : public ::testing::Test {
 protected:
-    GuiTransferStatusAggregatorTest() {
-        aggregator_.SetTarget([this] { ++notifications_; });
-    }
-
     // A transfer that has begun moving bytes in `direction`.
     static void Start(TransferStatusReporter& reporter, int direction) {
         reporter.SetPosition(direction, 0);
@@ -32,7 +28,6 @@ protected:
     }
 
     uint64_t now_ms_ = 100000;
-    int notifications_ = 0;
     GuiTransferStatusAggregator aggregator_{[this] { return now_ms_; }};
 };
 
@@ -91,29 +86,6 @@ TEST_F(GuiTransferStatusAggregatorTest, OverLimitExactlyWhenTheSpeedExceedsTheLi
         aggregator_.SetTotalLimits(-1, total_kib_per_s);
         EXPECT_EQ(paced.GetWriteAllowance(kDirectionDownload), allowance) << total_kib_per_s;
     }
-}
-
-TEST_F(GuiTransferStatusAggregatorTest, NotifiesOncePerHalfSecondUnlessTheKindChanges) {
-    TransferStatusReporter transfer(aggregator_);
-    transfer.SetPosition(kDirectionDownload, 1);
-    EXPECT_EQ(notifications_, 1);  // a new transfer shows at once
-    now_ms_ += 500;
-    transfer.SetPosition(kDirectionDownload, 2);
-    transfer.SetTotalSize(kDirectionDownload, 10);
-    EXPECT_EQ(notifications_, 1);
-    transfer.SetPosition(kDirectionUpload, 3);
-    EXPECT_EQ(notifications_, 2);
-    now_ms_ += 501;
-    transfer.SetTotalSize(kDirectionUpload, 10);
-    EXPECT_EQ(notifications_, 3);
-    {
-        TransferStatusReporter other(aggregator_);
-        other.SetTotalSize(kDirectionDownload, 5);  // its own throttle
-        EXPECT_EQ(notifications_, 4);
-    }
-    EXPECT_EQ(notifications_, 5);  // and its end
-    EXPECT_EQ(aggregator_.GetPosition(&transfer, kDirectionUpload), 3u);
-    EXPECT_EQ(aggregator_.GetTotalSize(&transfer, kDirectionDownload), 10u);
 }
 
 // The console's callback may wait for its own thread, which reads the aggregator.
