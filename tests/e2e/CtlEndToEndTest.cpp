@@ -53,7 +53,7 @@ private:
     }
 
     TempFolder scratch_;  // before the child, whose files it holds
-    testing::ChildProcess child_;
+    testing::SpawnedProgram child_;
 };
 
 class CtlEndToEndTest : public testing::RunningShare {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "support/ChildProcess.h"
+#include "support/SpawnedProgram.h"
 #include "support/TempFolder.h"
 
 namespace Zarn::testing {
@@ -70,7 +70,7 @@ private:
     }
 
     std::string home_;
-    ChildProcess child_;
+    SpawnedProgram child_;
     int port_ = -1;
     std::string line_;
 };

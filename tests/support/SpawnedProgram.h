@@ -18,10 +18,10 @@ namespace Zarn::testing {
 // A program run as a child of the test: its standard input read from a file, its standard
 // output through a pipe that the test reads as it comes, its standard error into a file.
 // Stopped with SIGTERM when destroyed.
-class ChildProcess {
+class SpawnedProgram {
 public:
-    ChildProcess(const std::vector<std::string>& argv, const std::string& error_path,
-                 const std::string& input_path = "/dev/null") {
+    SpawnedProgram(const std::vector<std::string>& argv, const std::string& error_path,
+                   const std::string& input_path = "/dev/null") {
         int fds[2];
         EXPECT_EQ(::pipe2(fds, O_CLOEXEC), 0);
         posix_spawn_file_actions_t actions;
@@ -42,12 +42,12 @@ public:
         // Kept open until the end: what the child prints late must not meet a closed pipe.
         out_fd_ = fds[0];
     }
-    ~ChildProcess() {
+    ~SpawnedProgram() {
         (void)Stop();
         ::close(out_fd_);
     }
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
+    SpawnedProgram(const SpawnedProgram&) = delete;
+    SpawnedProgram& operator=(const SpawnedProgram&) = delete;
 
     // The child's process id; -1 once it has ended.
     [[nodiscard]] pid_t Pid() const { return pid_; }
