@@ -156,13 +156,6 @@ std::chrono::milliseconds GuiTransferStatusAggregator::GetPacingWait(
         std::min<uint64_t>(wait, std::numeric_limits<std::chrono::milliseconds::rep>::max()));
 }
 
-bool GuiTransferStatusAggregator::IsOverLimit(TransferStatusReporter* reporter, int direction) {
-    CriticalSectionLock lock(lock_);
-    Record* record = FindRecord(reporter, direction);
-    if (record == nullptr || record->limit < 0) return false;
-    return static_cast<uint64_t>(record->limit) < record->meter.Speed(clock_());
-}
-
 uint64_t GuiTransferStatusAggregator::GetSpeed(TransferStatusReporter* reporter, int direction) {
     CriticalSectionLock lock(lock_);
     Record* record = FindRecord(reporter, direction);

@@ -71,7 +71,6 @@ public:
                                              int direction) override;
     [[nodiscard]] std::chrono::milliseconds GetPacingWait(TransferStatusReporter* reporter,
                                                           int direction) override;
-    [[nodiscard]] bool IsOverLimit(TransferStatusReporter* reporter, int direction) override;
     [[nodiscard]] uint64_t GetSpeed(TransferStatusReporter* reporter, int direction) override;
 
 private:

@@ -25,7 +25,6 @@ public:
     [[nodiscard]] std::chrono::milliseconds GetPacingWait(TransferStatusReporter*, int) override {
         return std::chrono::milliseconds(0);
     }
-    [[nodiscard]] bool IsOverLimit(TransferStatusReporter*, int) override { return false; }
     // A fixed figure, so that nothing computed from it divides by zero.
     [[nodiscard]] uint64_t GetSpeed(TransferStatusReporter*, int) override { return 1000; }
 };

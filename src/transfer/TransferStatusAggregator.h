@@ -42,9 +42,6 @@ public:
     // ends a wait.
     [[nodiscard]] virtual std::chrono::milliseconds GetPacingWait(TransferStatusReporter* reporter,
                                                                   int direction) = 0;
-    // Whether the speed of the last five seconds is above the limit; for the console only,
-    // pacing does not depend on it.
-    [[nodiscard]] virtual bool IsOverLimit(TransferStatusReporter* reporter, int direction) = 0;
     // Bytes per second over the last five seconds.
     [[nodiscard]] virtual uint64_t GetSpeed(TransferStatusReporter* reporter, int direction) = 0;
 };

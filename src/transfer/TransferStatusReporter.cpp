@@ -42,10 +42,6 @@ uint64_t TransferStatusReporter::GetWriteAllowance(int direction) {
     return aggregator_->GetWriteAllowance(this, direction);
 }
 
-bool TransferStatusReporter::IsOverLimit(int direction) {
-    return aggregator_->IsOverLimit(this, direction);
-}
-
 uint64_t TransferStatusReporter::GetSpeed(int direction) {
     return aggregator_->GetSpeed(this, direction);
 }

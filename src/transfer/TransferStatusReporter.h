@@ -60,7 +60,6 @@ public:
     void SetTotalSize(int direction, uint64_t value);
     void SetPosition(int direction, uint64_t value);
     [[nodiscard]] uint64_t GetWriteAllowance(int direction);
-    [[nodiscard]] bool IsOverLimit(int direction);
     [[nodiscard]] uint64_t GetSpeed(int direction);
 
     // Counts a chunk that moved, then keeps the speed limit: waits as long as the aggregator

@@ -53,12 +53,19 @@ TEST_F(AddressCheckTest, TakesThePublicAddressTheCheckServerSeesCutTo199Bytes) {
     EXPECT_TRUE(log.Contains(kLogNotice, "IP 주소를 얻었습니다: 203.0.113.7"));
 
     ScriptedHttpPeer chunked(
-        Answer({"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n8\r\n198.5",
-                "1.1\r\n6\r\n00.250\r\n0\r\n\r\n"}));
+        Answer({"HTTP/1.1 200 OK\r\nTransfer-Encoding: Chunked\r\n\r\n8;x=y\r\n198.5",
+                "1.1\r\n6\r\n00.250\r\n0\r\nTrailer: x\r\n\r\n"}));
     EXPECT_EQ(Address(chunked.Address()), "198.51.100.250");
     std::string long_address = "10.20.30." + std::string(300, '4');
     ScriptedHttpPeer long_answer(Answer({Ok(long_address)}));
     EXPECT_EQ(Address(long_answer.Address()), long_address.substr(0, 199));
+    // A body that breaks off, short of its length or in a broken chunk, is taken as far as
+    // it came.
+    ScriptedHttpPeer cut_short(Answer({"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n1.2.3.4"}));
+    EXPECT_EQ(Address(cut_short.Address()), "1.2.3.4");
+    ScriptedHttpPeer broken_chunk(
+        Answer({"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n7\r\n1.2.3.4\r\nzz\r\n"}));
+    EXPECT_EQ(Address(broken_chunk.Address()), "1.2.3.4");
 }
 
 TEST_F(AddressCheckTest, FallsBackToTheLocalRulesWhenThereIsNoAnswerOrNoServer) {

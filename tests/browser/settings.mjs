@@ -111,11 +111,6 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   await waitForText("#settings-address-now", "share.example.org");
   check(settingsFile().includes("HostName=share.example.org\r\n"), "host name saved");
 
-  // A skin to preview: its link opens the visitors' root in that skin.
-  const preview = await page.getAttribute("#settings-skins a.preview", "href");
-  check(preview?.endsWith("/?skin=.default"), `preview link: ${preview}`);
-  check((await visitor.goto(preview)).ok(), "preview opens");
-
   // A phone's width: one column, nothing wider than the screen.
   await page.setViewportSize({ width: 375, height: 800 });
   const overflow = await page.evaluate(() => document.documentElement.scrollWidth - window.innerWidth);

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <optional>
 
 #include "support/RunningShare.h"
@@ -109,15 +108,6 @@ TEST_F(ConsoleEndToEndTest, OnlyTheOwnerGetsInAndNothingChangesButThroughAChecke
                                             std::to_string(console.Port()) + "\r\n");
     EXPECT_TRUE(Contains(changed.body, "\"totalDownloadSpeedLimit\":123")) << changed.body;
     EXPECT_TRUE(Contains(home_.Read("mount.ini"), limit));
-    // The next download keeps the new limit: 256 KiB at 123 KiB/s takes about 2 s.
-    share_.Write("quarter.bin", std::string(256 * 1024, 'q'));
-    auto started = std::chrono::steady_clock::now();
-    EXPECT_EQ(Visit("/docs/quarter.bin").body.size(), 256u * 1024);
-    EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(1500));
-    HttpResponse bad = console.Post("limits/set", "downloadConnectionLimit=-5");
-    EXPECT_EQ(bad.status, 400);
-    EXPECT_TRUE(Contains(bad.body, "\"field\":\"downloadConnectionLimit\""));
-    EXPECT_TRUE(Contains(bad.body, "The value is not valid."));
 
     // Each listener keeps to its own: no shared files on the console, no console for
     // visitors.

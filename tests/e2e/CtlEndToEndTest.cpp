@@ -3,14 +3,8 @@
 // listener) and against a home on which none runs (the change then seen by a program
 // started afterwards), with the exit codes that say what failed.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -32,78 +26,34 @@ struct CtlResult {
     std::string err;
 };
 
-// Starts `lumidrop ctl --home HOME WORDS...` with `input` as its standard input; its
-// standard output comes through a pipe, its standard error into a file.
+// `lumidrop ctl --home HOME WORDS...` with `input` as its standard input.
 class CtlProcess {
 public:
     CtlProcess(const std::string& home, const std::vector<std::string>& words,
-               const std::string& input = "") {
-        scratch_.Write("stdin", input);
-        std::vector<std::string> argv = {LUMIDROP_BINARY, "ctl", "--home", home};
-        argv.insert(argv.end(), words.begin(), words.end());
-        int pipe_fds[2];
-        EXPECT_EQ(::pipe2(pipe_fds, O_CLOEXEC), 0);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, (scratch_ / "stdin").c_str(), O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, pipe_fds[1], 1);
-        posix_spawn_file_actions_addopen(&actions, 2, (scratch_ / "stderr").c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        std::vector<char*> pointers;
-        for (std::string& word : argv)
-            pointers.push_back(word.data());
-        pointers.push_back(nullptr);
-        EXPECT_EQ(
-            ::posix_spawn(&pid_, argv[0].c_str(), &actions, nullptr, pointers.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(pipe_fds[1]);
-        out_fd_ = pipe_fds[0];
-    }
-    ~CtlProcess() {
-        if (pid_ > 0) ::kill(pid_, SIGTERM);
-        (void)Wait();
-    }
-    CtlProcess(const CtlProcess&) = delete;
-    CtlProcess& operator=(const CtlProcess&) = delete;
+               const std::string& input = "")
+        : child_(Argv(home, words), scratch_ / "stderr", Input(scratch_, input)) {}
 
-    // Reads standard output until it holds `part`; false when the process ends or stays
-    // silent for ten seconds first.
-    bool ReadUntil(const std::string& part) {
-        while (!Contains(out_, part)) {
-            if (!ReadMore()) return false;
-        }
-        return true;
-    }
+    bool ReadUntil(const std::string& part) { return child_.ReadUntil(part); }
     CtlResult Wait() {
-        while (out_fd_ >= 0 && ReadMore()) {
-        }
-        if (out_fd_ >= 0) ::close(out_fd_);
-        out_fd_ = -1;
-        if (pid_ > 0) {
-            int status = 0;
-            ::waitpid(pid_, &status, 0);
-            code_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-            pid_ = -1;
-        }
-        return {code_, out_, scratch_.Read("stderr")};
+        int code = child_.Wait();
+        return {code, child_.Output(), scratch_.Read("stderr")};
     }
-    [[nodiscard]] const std::string& Output() const { return out_; }
+    [[nodiscard]] const std::string& Output() const { return child_.Output(); }
 
 private:
-    bool ReadMore() {
-        pollfd wait{out_fd_, POLLIN, 0};
-        char buffer[4096];
-        ssize_t got = ::poll(&wait, 1, 10'000) == 1 ? ::read(out_fd_, buffer, sizeof buffer) : -1;
-        if (got <= 0) return false;
-        out_.append(buffer, static_cast<size_t>(got));
-        return true;
+    static std::vector<std::string> Argv(const std::string& home,
+                                         const std::vector<std::string>& words) {
+        std::vector<std::string> argv = {LUMIDROP_BINARY, "ctl", "--home", home};
+        argv.insert(argv.end(), words.begin(), words.end());
+        return argv;
+    }
+    static std::string Input(const TempFolder& scratch, const std::string& input) {
+        scratch.Write("stdin", input);
+        return scratch / "stdin";
     }
 
-    TempFolder scratch_;
-    pid_t pid_ = -1;
-    int out_fd_ = -1;
-    int code_ = -1;
-    std::string out_;
+    TempFolder scratch_;  // before the child, whose files it holds
+    testing::SpawnedProgram child_;
 };
 
 class CtlEndToEndTest : public testing::RunningShare {

@@ -5,8 +5,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cctype>
 #include <cstdlib>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +19,7 @@
 namespace Zarn {
 namespace {
 
+using testing::Contains;
 using testing::HttpResponse;
 
 struct Row {
@@ -130,6 +134,45 @@ TEST_F(ListingEndToEndTest, RowsShowEscapedNamesSizesAndLocalDatesInOrder) {
     EXPECT_TRUE(testing::Contains(page.body, "title=\"5,001,236,579 bytes\">5.0 GB<"))
         << "the total of the sizes";
     EXPECT_FALSE(testing::Contains(page.body, ".hidden"));
+}
+
+// What the skin's pages name must be there to fetch: every skin file of the listing, of
+// an error page and of the files they name in turn (the upload form, the style sheet and
+// its pictures). Template text left in a page would show in the browser as it is.
+TEST_F(ListingEndToEndTest, PagesNameOnlySkinFilesTheServerHandsOut) {
+    share_.Write("a.txt", "a");
+    Start("authorities+=.anonymous|docs|15\r\n");
+    std::set<std::string> fetched;
+    std::function<void(const std::string&, const std::string&)> fetch_named;
+    fetch_named = [&](const std::string& text, const std::string& folder) {
+        for (const std::string opener : {"src=\"", "href=\"", "url(\""}) {
+            for (size_t at = text.find(opener); at != std::string::npos;
+                 at = text.find(opener, at + 1)) {
+                size_t begin = at + opener.size();
+                std::string url = text.substr(begin, text.find('"', begin) - begin);
+                if (!Contains(url, "action=SkinFile")) continue;
+                url = (url.starts_with("/") ? "" : folder) + url.substr(0, url.find('#'));
+                if (!fetched.insert(url).second) continue;
+                HttpResponse file = Visit(url);
+                EXPECT_EQ(file.status, 200) << url << " named in " << folder;
+                std::string path = url.substr(0, url.find('?'));
+                if (path.ends_with(".html") || path.ends_with(".css"))
+                    fetch_named(file.body, path.substr(0, path.rfind('/') + 1));
+            }
+        }
+    };
+    for (const char* target : {"/docs/", "/missing/"}) {
+        std::string page = Visit(target).body;
+        for (size_t at = page.find('$'); at != std::string::npos; at = page.find('$', at + 1))
+            EXPECT_FALSE(
+                at + 1 < page.size() &&
+                (std::isalnum(static_cast<unsigned char>(page[at + 1])) || page[at + 1] == '_'))
+                << target << ": " << page.substr(at, 20);
+        for (const char* directive : {"#if", "#else", "#end", "#foreach", "#U(", "#QU("})
+            EXPECT_FALSE(Contains(page, directive)) << target << ": " << directive;
+        fetch_named(page, "");
+    }
+    EXPECT_GT(fetched.size(), 10u);
 }
 
 // Far longer than what the server writes at once, so the page leaves in many pieces: in

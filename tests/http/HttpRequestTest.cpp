@@ -13,19 +13,6 @@ using testing::LogCapture;
 using testing::LoopbackPair;
 using testing::SendAll;
 
-// Counts what a request reports, to check that body bytes reach the transfer status.
-class CountingAggregator : public NullTransferStatusAggregator {
-public:
-    void AddTransferred(TransferStatusReporter*, int direction, uint64_t count) override {
-        (direction == kDirectionUpload ? received : sent) += count;
-    }
-    void Unregister(TransferStatusReporter*) override { ++unregistered; }
-
-    uint64_t received = 0;
-    uint64_t sent = 0;
-    int unregistered = 0;
-};
-
 TEST(HttpRequestTest, LogsThroughTheRequestWithClientUserAndPath) {
     auto pair = LoopbackPair::Make();
     HttpConnection connection(std::move(pair.server));
@@ -47,27 +34,6 @@ TEST(HttpRequestTest, LogsThroughTheRequestWithClientUserAndPath) {
     anonymous.ParseHeader("GET /x HTTP/1.1");
     anonymous.Log(kLogError, "oops");
     EXPECT_TRUE(capture.Contains(kLogError, "[] oops: x"));
-}
-
-TEST(HttpRequestTest, MultipartPostReadsNoBodyWhileParsingTheHeader) {
-    auto pair = LoopbackPair::Make();
-    HttpConnection connection(std::move(pair.server));
-    SendAll(pair.client,
-            "POST /up HTTP/1.1\r\nContent-Type: multipart/form-data; boundary=\"q q\"\r\n"
-            "Content-Length: 12\r\n\r\n--q q--\r\n");
-    CountingAggregator aggregator;
-    {
-        HttpRequest request(&connection, aggregator);
-        ASSERT_TRUE(connection.ReadHeader(request));
-        EXPECT_TRUE(request.IsMultipart());
-        EXPECT_EQ(request.GetConsumedLength(), 0u);
-        EXPECT_EQ(connection.CarryOverSize(), 9u);
-        MultipartPart part;
-        EXPECT_FALSE(request.ReadNextPart(part));
-        EXPECT_FALSE(request.IsMultipartBroken());
-        EXPECT_EQ(aggregator.received, 9u);
-    }
-    EXPECT_EQ(aggregator.unregistered, 1);
 }
 
 }  // namespace

@@ -64,46 +64,6 @@ protected:
     WebServer server_;
 };
 
-TEST_F(WebServerTest, HeadersAndBodyGoOutByteExactAndCloseByDefault) {
-    Serve([](HttpRequest& request) {
-        request.SendHead(
-            ResponseHead(200, "OK")
-                .Add("Content-Type", "text/plain")
-                .Add("WWW-Authenticate",
-                     HttpRequest::AuthenticateValue(AuthenticationInfo::Scheme::kBasic, "/")));
-        request.Send("hello", 5);
-        std::string big(100000, 'b');
-        request.Send(big.data(), big.size());
-        request.EndResponse();
-    });
-    TCPSocket client = ConnectTo(server_.GetPort());
-    SendAll(client, "GET / HTTP/1.1\r\n\r\n");
-    EXPECT_EQ(WithoutDate(ReadToClose(client)),
-              "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n"
-              "WWW-Authenticate: Basic realm=\"/\"\r\nConnection:close\r\n\r\nhello" +
-                  std::string(100000, 'b'));
-}
-
-// Closing with the body unread would reset the connection and lose the answer.
-TEST_F(WebServerTest, DrainsAnUnreadBodyBeforeAnswering) {
-    constexpr size_t kBodyBytes = 1 << 20;
-    std::atomic<uint64_t> consumed_at_status{0};
-    Serve([&](HttpRequest& request) {
-        request.SendHead(ResponseHead(403, "Forbidden"));
-        consumed_at_status = request.GetConsumedLength();
-        request.EndResponse();
-    });
-    TCPSocket client = ConnectTo(server_.GetPort());
-    std::thread sender([&] {
-        SendAll(client, "PUT /big HTTP/1.1\r\nContent-Length: " + std::to_string(kBodyBytes) +
-                            "\r\n\r\n" + std::string(kBodyBytes, 'x'));
-    });
-    std::string response = ReadToClose(client);
-    sender.join();
-    EXPECT_EQ(WithoutDate(response), "HTTP/1.1 403 Forbidden\r\nConnection:close\r\n\r\n");
-    EXPECT_EQ(consumed_at_status, kBodyBytes);
-}
-
 TEST_F(WebServerTest, OnlyAHangUpBeforeAnyRequestIsLoggedAsAnError) {
     LogCapture capture;
     Serve(AnswerOk);

@@ -75,22 +75,5 @@ TEST_F(AccountManagerTest, SavesChangesAndKeepsGrantsItCannotPlaceYet) {
     EXPECT_EQ(Saved().authorities, (std::vector<std::string>{".anonymous|docs|0"}));
 }
 
-TEST_F(AccountManagerTest, RenamedAccountKeepsItsPasswordAndRights) {
-    Load(
-        "users+=bob|pw\r\nusers+=carol|c\r\nmounts+=docs|%2fdocs|x|yes|x|no\r\n"
-        "authorities+=bob|docs|13\r\n");
-    EXPECT_FALSE(accounts_->RenameAccount("bob", "carol"));
-    EXPECT_FALSE(accounts_->RenameAccount("nobody", "dave"));
-    EXPECT_FALSE(accounts_->RenameAccount("bob", AccountManager::kAnonymous));
-    EXPECT_FALSE(accounts_->RenameAccount(AccountManager::kAnonymous, "dave"));
-    ASSERT_TRUE(accounts_->RenameAccount("bob", "robert"));
-    EXPECT_FALSE(accounts_->CheckPassword("bob", "pw"));
-    EXPECT_TRUE(accounts_->CheckPassword("robert", "pw"));
-    EXPECT_EQ(accounts_->GetRights("robert", "docs"), 13u);
-    EXPECT_EQ(accounts_->GetRights("bob", "docs"), std::nullopt);
-    EXPECT_EQ(Saved().users, (std::vector<std::string>{"carol|c", "robert|pw"}));
-    EXPECT_EQ(Saved().authorities, (std::vector<std::string>{"robert|docs|13"}));
-}
-
 }  // namespace
 }  // namespace Zarn

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "config/KorvelConfig.h"
-#include "share/AccountManager.h"
 #include "share/MountManager.h"
 #include "support/LogCapture.h"
 #include "support/TempFolder.h"
@@ -66,27 +65,6 @@ TEST(MountManagerTest, ResolvesOnlyInsideItsMounts) {
     };
     for (const auto& [path, local] : cases)
         EXPECT_EQ(mounts.Resolve(path), local) << path;
-}
-
-TEST(MountManagerTest, ChangesAreSavedAndRightsFollowARename) {
-    TempFolder home;
-    home.Write("mount.ini", "users+=bob|pw\r\nmounts+=a|%2fa|x|yes|x|no\r\n");
-    KorvelConfig config(home / "mount.ini");
-    MountManager mounts(config);
-    AccountManager accounts(config, mounts);
-    ASSERT_TRUE(accounts.SetRights("bob", "a", 7));
-    Mount renamed = *mounts.GetMount("a");
-    renamed.name = "b c|d";
-    ASSERT_TRUE(mounts.ModifyMount("a", renamed));
-    EXPECT_EQ(accounts.GetRights("bob", "b c|d"), 7u);
-    ASSERT_TRUE(mounts.AddMount({.name = "z", .local_path = "/z", .is_folder = false}));
-    EXPECT_FALSE(mounts.AddMount({.name = "z", .local_path = "/other"}));
-    EXPECT_FALSE(mounts.RemoveMount("nope"));
-
-    EXPECT_EQ(KorvelConfig(home / "mount.ini").mounts,
-              (std::vector<std::string>{"b%20c%7cd|/a|x|yes|x|no", "z|/z||no|x|no"}));
-    ASSERT_TRUE(mounts.RemoveMount("z"));
-    EXPECT_EQ(KorvelConfig(home / "mount.ini").mounts.size(), 1u);
 }
 
 }  // namespace

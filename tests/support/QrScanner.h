@@ -25,31 +25,6 @@ inline QrGrid GridOf(const QrCode& code) {
     return grid;
 }
 
-// The modules of an image made by QrCode::ToSvg: each "Mx yhNv1h-Nz" of its path darkens
-// N modules of one row. `border` is the quiet zone the image was made with.
-inline std::optional<QrGrid> GridOfSvg(const std::string& svg, int border) {
-    size_t box = svg.find("viewBox=\"0 0 ");
-    size_t path = svg.find(" d=\"");
-    if (box == std::string::npos || path == std::string::npos) return std::nullopt;
-    int side = std::stoi(svg.substr(box + 13)) - 2 * border;
-    if (side <= 0) return std::nullopt;
-    QrGrid grid(static_cast<size_t>(side), std::vector<bool>(static_cast<size_t>(side)));
-    for (size_t at = svg.find('M', path); at != std::string::npos && svg[at] == 'M';) {
-        int x = 0, y = 0, run = 0, back = 0, consumed = 0;
-        if (std::sscanf(svg.c_str() + at, "M%d %dh%dv1h-%dz%n", &x, &y, &run, &back, &consumed) !=
-                4 ||
-            consumed == 0 || run != back)
-            return std::nullopt;
-        x -= border;
-        y -= border;
-        if (x < 0 || y < 0 || y >= side || x + run > side) return std::nullopt;
-        for (int i = 0; i < run; ++i)
-            grid[y][x + i] = true;
-        at += static_cast<size_t>(consumed);
-    }
-    return grid;
-}
-
 // Reads the grid as a phone would, with Debian's zbarimg (zbar-tools), from a bitmap with a
 // quiet zone of four modules, `scale` pixels per module. The bytes it holds, exactly, or
 // nothing when zbarimg finds no symbol. Its complaints (it looks for a desktop bus) stay

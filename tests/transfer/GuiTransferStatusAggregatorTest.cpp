@@ -12,10 +12,6 @@ namespace {
 
 class GuiTransferStatusAggregatorTest : public ::testing::Test {
 protected:
-    GuiTransferStatusAggregatorTest() {
-        aggregator_.SetTarget([this] { ++notifications_; });
-    }
-
     // A transfer that has begun moving bytes in `direction`.
     static void Start(TransferStatusReporter& reporter, int direction) {
         reporter.SetPosition(direction, 0);
@@ -32,7 +28,6 @@ protected:
     }
 
     uint64_t now_ms_ = 100000;
-    int notifications_ = 0;
     GuiTransferStatusAggregator aggregator_{[this] { return now_ms_; }};
 };
 
@@ -59,61 +54,19 @@ TEST_F(GuiTransferStatusAggregatorTest, SharesEachTotalEvenlyAmongItsRunningTran
     EXPECT_EQ(LimitOf(second, kDirectionDownload), -1);
 }
 
-TEST_F(GuiTransferStatusAggregatorTest, OverLimitExactlyWhenTheSpeedExceedsTheLimit) {
-    TransferStatusReporter transfer(aggregator_);
-    Start(transfer, kDirectionDownload);
-    transfer.ReportTransferred(kDirectionDownload, 1 << 30);
-    now_ms_ += 1;
-    EXPECT_FALSE(transfer.IsOverLimit(kDirectionDownload));  // a negative limit never throttles
-    aggregator_.SetTotalLimits(-1, 0);
-    now_ms_ += 1;
-    EXPECT_TRUE(transfer.IsOverLimit(kDirectionDownload));
-    EXPECT_FALSE(transfer.IsOverLimit(kDirectionUpload));
-
-    TransferStatusReporter paced(aggregator_);
-    aggregator_.SetTotalLimits(-1, 2);  // 1024 bytes per second for each of the two
-    Start(paced, kDirectionDownload);
-    aggregator_.AddTransferred(&paced, kDirectionDownload, 512);
-    EXPECT_FALSE(paced.IsOverLimit(kDirectionDownload));  // no time has passed: speed 0
-    now_ms_ += 1000;
-    aggregator_.AddTransferred(&paced, kDirectionDownload, 512);
-    EXPECT_EQ(paced.GetSpeed(kDirectionDownload), 1024u);
-    EXPECT_FALSE(paced.IsOverLimit(kDirectionDownload));
-    aggregator_.AddTransferred(&paced, kDirectionDownload, 1);
-    EXPECT_TRUE(paced.IsOverLimit(kDirectionDownload));
-
-    // The write allowance is a fifth of a transfer's limit and at least 1 KiB.
+// A transfer may write a fifth of a second's worth of its share at once, and 1 KiB at least.
+TEST_F(GuiTransferStatusAggregatorTest, WritesAFifthOfItsShareAtOnceAndAtLeastOneKiB) {
+    TransferStatusReporter first(aggregator_), second(aggregator_);
+    Start(first, kDirectionDownload);
+    Start(second, kDirectionDownload);
     for (auto [total_kib_per_s, allowance] :
          {std::pair<int, uint64_t>{200, 200 * 1024 / 2 / 5},
           {10, 1024},
           {0, 1024},
           {-1, GuiTransferStatusAggregator::kUnlimitedWriteAllowance}}) {
         aggregator_.SetTotalLimits(-1, total_kib_per_s);
-        EXPECT_EQ(paced.GetWriteAllowance(kDirectionDownload), allowance) << total_kib_per_s;
+        EXPECT_EQ(first.GetWriteAllowance(kDirectionDownload), allowance) << total_kib_per_s;
     }
-}
-
-TEST_F(GuiTransferStatusAggregatorTest, NotifiesOncePerHalfSecondUnlessTheKindChanges) {
-    TransferStatusReporter transfer(aggregator_);
-    transfer.SetPosition(kDirectionDownload, 1);
-    EXPECT_EQ(notifications_, 1);  // a new transfer shows at once
-    now_ms_ += 500;
-    transfer.SetPosition(kDirectionDownload, 2);
-    transfer.SetTotalSize(kDirectionDownload, 10);
-    EXPECT_EQ(notifications_, 1);
-    transfer.SetPosition(kDirectionUpload, 3);
-    EXPECT_EQ(notifications_, 2);
-    now_ms_ += 501;
-    transfer.SetTotalSize(kDirectionUpload, 10);
-    EXPECT_EQ(notifications_, 3);
-    {
-        TransferStatusReporter other(aggregator_);
-        other.SetTotalSize(kDirectionDownload, 5);  // its own throttle
-        EXPECT_EQ(notifications_, 4);
-    }
-    EXPECT_EQ(notifications_, 5);  // and its end
-    EXPECT_EQ(aggregator_.GetPosition(&transfer, kDirectionUpload), 3u);
-    EXPECT_EQ(aggregator_.GetTotalSize(&transfer, kDirectionDownload), 10u);
 }
 
 // The console's callback may wait for its own thread, which reads the aggregator.
@@ -162,7 +115,6 @@ TEST_F(GuiTransferStatusAggregatorTest, KicksAndListsRunningTransfersInStartOrde
     // Questions about a transfer that has ended answer as for one that never moved.
     TransferStatusReporter* gone = reinterpret_cast<TransferStatusReporter*>(transfers[1].id);
     EXPECT_EQ(aggregator_.GetSpeed(gone, kDirectionDownload), 0u);
-    EXPECT_FALSE(aggregator_.IsOverLimit(gone, kDirectionDownload));
     EXPECT_FALSE(aggregator_.Kick(gone));
     EXPECT_EQ(aggregator_.Snapshot().size(), 1u);
 }

@@ -5,11 +5,8 @@
 
 #include <chrono>
 #include <functional>
-#include <future>
 
-#include "core/ManualResetEvent.h"
 #include "transfer/GuiTransferStatusAggregator.h"
-#include "transfer/NullTransferStatusAggregator.h"
 #include "transfer/TransferStatusReporter.h"
 
 namespace Zarn {
@@ -66,28 +63,6 @@ TEST_F(TransferStatusReporterTest, PacesFromTheFirstByteEvenWhenNoTimePassesBetw
     EXPECT_LE(after_idle, milliseconds(5000));
 }
 
-TEST_F(TransferStatusReporterTest, UnlimitedTransfersNeverWait) {
-    aggregator_.SetTotalLimits(100, -1);
-    TransferStatusReporter download(aggregator_);
-    TransferStatusReporter without_kind(aggregator_);  // a page, not a download or upload
-    Pace(download);
-    Pace(without_kind);
-    download.SetPosition(kDirectionDownload, 0);
-    Send(download, 64 * kMiB, kMiB);
-    Send(without_kind, 64 * kMiB, kMiB);
-    // An upload's limit does not cover what it sends back.
-    TransferStatusReporter upload(aggregator_);
-    Pace(upload);
-    upload.SetPosition(kDirectionUpload, 0);
-    Send(upload, 64 * kMiB, kMiB);
-
-    NullTransferStatusAggregator null;
-    TransferStatusReporter outside(null);
-    Pace(outside);
-    Send(outside, 64 * kMiB, kMiB);
-    EXPECT_EQ(steps_, 0);
-}
-
 TEST_F(TransferStatusReporterTest, PaceFollowsTheShareAsOtherTransfersStartAndEnd) {
     aggregator_.SetTotalLimits(-1, 200);
     TransferStatusReporter reporter(aggregator_);
@@ -139,25 +114,6 @@ TEST_F(TransferStatusReporterTest, AZeroLimitHoldsATransferUntilRaisedOrKicked) 
     };
     EXPECT_THROW(reporter.ReportTransferred(kDirectionDownload, 1024), TransferKickedException);
     EXPECT_EQ(steps_, 13);
-}
-
-TEST_F(TransferStatusReporterTest, StopEventEndsAWaitAtOnce) {
-    aggregator_.SetTotalLimits(-1, 0);  // waits that would never end
-    ManualResetEvent stop;
-    TransferStatusReporter reporter(aggregator_);
-    reporter.SetStopEvent(&stop);
-    reporter.SetPosition(kDirectionDownload, 0);
-    auto waiting = std::async(std::launch::async,
-                              [&] { reporter.ReportTransferred(kDirectionDownload, 4096); });
-    stop.Set();
-    bool ended = waiting.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
-    EXPECT_TRUE(ended);
-    if (!ended) aggregator_.SetTotalLimits(-1, -1);  // lets the thread go
-
-    // Set before the transfer reports, it keeps the report from waiting at all.
-    auto started = std::chrono::steady_clock::now();
-    reporter.ReportTransferred(kDirectionDownload, 4096);
-    EXPECT_LT(std::chrono::steady_clock::now() - started, TransferStatusReporter::kPacingStep);
 }
 
 }  // namespace

@@ -50,21 +50,11 @@ TEST_F(ServiceCommandTest, InstallsStartsReportsAndRemovesTheUserUnit) {
     std::string config = "XDG_CONFIG_HOME='" + (user_ / "xdg") + "'";
     ASSERT_EQ(Service("install --home '" + home + "'", config), 0) << output_;
     std::string unit = user_.Read("xdg/systemd/user/lumidrop.service");
-    EXPECT_EQ(unit,
-              "[Unit]\n"
-              "Description=Korvel Lumidrop personal file sharing\n"
-              "Documentation=man:lumidrop(1)\n"
-              "\n"
-              "[Service]\n"
-              "Type=notify\n"
-              "ExecStart=" LUMIDROP_BINARY " --home \"" +
-                  user_.Path() +
-                  "/shares 100%% $$HOME\"\n"
-                  "ExecReload=/bin/kill -HUP $MAINPID\n"
-                  "Restart=on-failure\n"
-                  "\n"
-                  "[Install]\n"
-                  "WantedBy=default.target\n");
+    // The packaged unit's test holds the rest of the text; here, a home that needs quoting.
+    EXPECT_NE(unit.find("\nExecStart=" LUMIDROP_BINARY " --home \"" + user_.Path() +
+                        "/shares 100%% $$HOME\"\n"),
+              std::string::npos)
+        << unit;
     EXPECT_TRUE(Says("loginctl enable-linger owner")) << output_;
     EXPECT_EQ(user_.Read("calls"), "--user daemon-reload\n--user enable --now lumidrop.service\n");
 
