@@ -137,8 +137,7 @@ std::optional<std::string_view> ListingRows::Lookup(std::string_view name) const
         return selected_->is_folder ? std::optional<std::string_view>("1") : std::nullopt;
     }
     static constexpr std::string_view kNames[kFieldCount] = {
-        "$name",   "$link",        "$size", "$size_readable", "$date",
-        "$folder", "$folder_link", "$mime"};
+        "$name", "$link", "$size", "$size_readable", "$date", "$folder", "$folder_link", "$mime"};
     for (size_t field = 0; field < kFieldCount; ++field) {
         if (name != kNames[field]) continue;
         // Listing rows have no folder: absent, so that a skin can ask #if( $folder ).

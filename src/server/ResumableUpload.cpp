@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 
 #include "core/FileContents.h"
@@ -87,6 +89,20 @@ void RemoveFiles(int folder_fd, std::string_view id) {
     ::unlinkat(folder_fd, InfoName(id).c_str(), 0);
     ::unlinkat(folder_fd, PendingInfoName(id).c_str(), 0);
     ::unlinkat(folder_fd, DataName(id).c_str(), 0);
+}
+
+// A client whose answer to the last piece was lost asks for the offset again, and must
+// hear "all of it" rather than "unknown upload", or it sends the whole file a second time.
+// Kept in memory, not beside the files, so that the owner's folders hold no leftovers;
+// one entry per upload finished within the idle day.
+struct FinishedUploads {
+    std::mutex lock;
+    std::map<std::string, std::pair<uint64_t, std::time_t>> lengths;  // id: length, when
+};
+
+FinishedUploads& Finished() {
+    static FinishedUploads finished;
+    return finished;
 }
 
 }  // namespace
@@ -196,10 +212,27 @@ bool ResumableUpload::Sync() {
     return ::fdatasync(data_.Get()) == 0;
 }
 
-std::optional<std::string> ResumableUpload::Complete() {
+std::optional<uint64_t> ResumableUpload::FinishedLength(std::string_view id, std::time_t now) {
+    FinishedUploads& finished = Finished();
+    std::lock_guard hold(finished.lock);
+    auto found = finished.lengths.find(std::string(id));
+    if (found == finished.lengths.end() || now - found->second.second >= kIdleSeconds) {
+        return std::nullopt;
+    }
+    return found->second.first;
+}
+
+std::optional<std::string> ResumableUpload::Complete(std::time_t now) {
+    uint64_t length = GetOffset();
     std::optional<std::string> placed =
         IncomingFile::MoveIntoPlace(folder_fd_, DataName(id_), description_.name);
-    if (placed) RemoveFiles(folder_fd_, id_);
+    if (!placed) return placed;
+    RemoveFiles(folder_fd_, id_);
+    FinishedUploads& finished = Finished();
+    std::lock_guard hold(finished.lock);
+    std::erase_if(finished.lengths,
+                  [now](const auto& entry) { return now - entry.second.second >= kIdleSeconds; });
+    finished.lengths[id_] = {length, now};
     return placed;
 }
 

@@ -44,6 +44,10 @@ public:
     [[nodiscard]] static std::optional<uint64_t> ParseNumber(std::string_view text);
     // 32 lower-case hexadecimal digits, as Create makes them.
     [[nodiscard]] static bool IsValidId(std::string_view id);
+    // The length of an upload this process completed within the idle day; nothing for
+    // any other id.
+    [[nodiscard]] static std::optional<uint64_t> FinishedLength(std::string_view id,
+                                                                std::time_t now);
 
     [[nodiscard]] const std::string& GetId() const { return id_; }
     [[nodiscard]] const Description& GetDescription() const { return description_; }
@@ -61,9 +65,10 @@ public:
     [[nodiscard]] bool Append(const char* bytes, size_t length);
     // Makes the received bytes durable, so that an offset answered survives a crash.
     [[nodiscard]] bool Sync();
-    // Gives the complete file its name (numbered when taken) and forgets the upload. The
-    // name given; nothing when no name could be given, and the upload stays as it was.
-    [[nodiscard]] std::optional<std::string> Complete();
+    // Gives the complete file its name (numbered when taken) and forgets the upload, but
+    // for its length (FinishedLength). The name given; nothing when no name could be
+    // given, and the upload stays as it was.
+    [[nodiscard]] std::optional<std::string> Complete(std::time_t now);
     // Deletes the upload's files.
     void Remove();
 

@@ -93,7 +93,7 @@ ResponseHead TusRequestProcessor::Decide(HttpRequest& request) {
     (void)request.GetQueryParameter("id", id);
     std::optional<ResumableUpload> upload =
         ResumableUpload::Open(folder_fd.Get(), id, options_.now);
-    if (!upload) return ResponseHead(404, "Not Found");
+    if (!upload) return DescribeFinished(method, id);
     if (method == HttpMethod::kHead) return Describe(*upload);
     if (method == HttpMethod::kPatch) return Append(request, *upload, folder);
     return Terminate(*upload);
@@ -127,11 +127,25 @@ ResponseHead TusRequestProcessor::Create(const HttpRequest& request, int folder_
     LogTranslated(kLogProgress, "ReceiveFile 시작");
     LogTranslated(kLogProgress, "파일: %s", name->c_str());
     Publish(*upload, UploadProgress::kRunning, 0);
+    // An empty file is complete at once: clients send no piece for it.
+    if (length == 0u) {
+        ResponseHead finished = Finish(*upload);
+        if (finished.GetCode() != 204) return finished;
+    }
     std::string location;
     AppendUrlEncoded(location, "/" + folder);
     return ResponseHead(201, "Created")
         .Add("Location", Concat({location, "?action=tus&id=", upload->GetId()}))
         .Add("Upload-Expires", HttpDate::Format(upload->GetExpiry()));
+}
+
+ResponseHead TusRequestProcessor::DescribeFinished(HttpMethod method, const std::string& id) const {
+    std::optional<uint64_t> length = ResumableUpload::FinishedLength(id, options_.now);
+    if (!length || method != HttpMethod::kHead) return ResponseHead(404, "Not Found");
+    return ResponseHead(200, "OK")
+        .Add("Upload-Offset", std::to_string(*length))
+        .Add("Upload-Length", std::to_string(*length))
+        .Add("Cache-Control", "no-store");
 }
 
 ResponseHead TusRequestProcessor::Describe(const ResumableUpload& upload) {
@@ -220,7 +234,7 @@ bool TusRequestProcessor::ReceiveInto(HttpRequest& request, ResumableUpload& upl
 
 ResponseHead TusRequestProcessor::Finish(ResumableUpload& upload) {
     uint64_t length = upload.GetOffset();
-    std::optional<std::string> stored = upload.Complete();
+    std::optional<std::string> stored = upload.Complete(options_.now);
     if (!stored) {
         LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
                       Translate("업로드 후 파일 이름 변경 실패").c_str());

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "http/RequestHead.h"
 #include "http/ResponseHead.h"
 
 namespace Zarn {
@@ -54,6 +55,8 @@ private:
     [[nodiscard]] ResponseHead Create(const HttpRequest& request, int folder_fd,
                                       const std::string& folder);
     [[nodiscard]] ResponseHead Describe(const ResumableUpload& upload);
+    // HEAD of an upload completed within the idle day: all of it arrived. Else 404.
+    [[nodiscard]] ResponseHead DescribeFinished(HttpMethod method, const std::string& id) const;
     [[nodiscard]] ResponseHead Append(HttpRequest& request, ResumableUpload& upload,
                                       const std::string& folder);
     // Reads the body into the upload; false when the disk refused a write.

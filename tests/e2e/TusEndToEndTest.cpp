@@ -131,7 +131,15 @@ TEST_F(TusEndToEndTest, FollowsTheProtocolFromCreationToTheStoredFile) {
     EXPECT_EQ(share_.Read("in/report(1).txt"), "abcdefghij");
     EXPECT_EQ(share_.Read("in/report.txt"), "already here");
     EXPECT_TRUE(Pending().empty());
-    EXPECT_EQ(Head(location).status, 404);
+    // A client whose answer to the last piece was lost asks again: all of it arrived.
+    HttpResponse done = Head(location);
+    EXPECT_EQ(done.status, 200);
+    EXPECT_EQ(done.Header("Upload-Offset"), "10");
+    EXPECT_EQ(Patch(location, 10, "").status, 404);
+    // An empty file is stored at its creation: no client sends a piece for it.
+    EXPECT_FALSE(Create("empty.txt", "Upload-Length: 0\r\n").empty());
+    EXPECT_EQ(share_.Read("in/empty.txt"), "");
+    EXPECT_TRUE(Pending().empty());
 }
 
 TEST_F(TusEndToEndTest, ALengthGivenLaterAndNamesThatMustNotBeTaken) {
