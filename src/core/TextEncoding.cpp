@@ -102,11 +102,20 @@ std::string CodepageName(int codepage) {
     }
 }
 
+// iconv's idea of UTF-8 is looser than ours and differs between libraries (glibc reads
+// four-byte forms up to U+1FFFFF), so UTF-8 is checked here on both sides of a conversion.
 std::optional<std::string> ConvertToUtf8(std::string_view bytes, int codepage) {
-    return Convert(bytes, CodepageName(codepage), "UTF-8");
+    if (codepage == 65001) {
+        if (!IsValidUtf8(bytes)) return std::nullopt;
+        return std::string(bytes);
+    }
+    std::optional<std::string> text = Convert(bytes, CodepageName(codepage), "UTF-8");
+    if (text && !IsValidUtf8(*text)) return std::nullopt;
+    return text;
 }
 
 std::optional<std::string> ConvertFromUtf8(std::string_view text, int codepage) {
+    if (!IsValidUtf8(text)) return std::nullopt;
     return Convert(text, "UTF-8", CodepageName(codepage));
 }
 

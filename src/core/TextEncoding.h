@@ -17,7 +17,7 @@ namespace Zarn {
 [[nodiscard]] std::string CodepageName(int codepage);
 
 // Converts between a code page and UTF-8; nothing when the code page is unknown or the
-// bytes are not valid in it.
+// bytes are not valid in it. The UTF-8 side is always well-formed as IsValidUtf8 says.
 [[nodiscard]] std::optional<std::string> ConvertToUtf8(std::string_view bytes, int codepage);
 [[nodiscard]] std::optional<std::string> ConvertFromUtf8(std::string_view text, int codepage);
 

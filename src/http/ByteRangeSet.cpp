@@ -33,7 +33,8 @@ bool ByteRangeSet::Parse(std::string_view text) {
         if (comma == std::string_view::npos) break;
         rest.remove_prefix(comma + 1);
     }
-    Normalize();
+    // Left in the client's order: a suffix has no position until the size is known, so
+    // sorting now would put "-50" before "100-199" and serve the wrong range first.
     return true;
 }
 
@@ -68,16 +69,7 @@ void ByteRangeSet::Normalize() {
             continue;
         }
         Range& previous = merged.back();
-        // Before resolving, a suffix has no position yet: it ends the list, and an open
-        // range reaches to the end of whatever the entity turns out to be.
-        if (!resolved_ && previous.kind == Kind::kSuffix) break;
-        if (!resolved_ && range.kind == Kind::kSuffix) {
-            merged.push_back(range);
-            continue;
-        }
-        bool previous_unbounded = !resolved_ && previous.kind == Kind::kOpen;
-        bool adjacent =
-            previous_unbounded || range.first <= previous.last || range.first - previous.last == 1;
+        bool adjacent = range.first <= previous.last || range.first - previous.last == 1;
         if (!adjacent) {
             merged.push_back(range);
             continue;

@@ -39,11 +39,13 @@ public:
     // "bytes first-last/total" of the first range; empty while unresolved.
     [[nodiscard]] std::string ContentRangeValue() const;
 
+    // In the client's order until resolved, then sorted and merged.
     [[nodiscard]] const std::vector<Range>& GetRanges() const { return ranges_; }
     [[nodiscard]] bool IsResolved() const { return resolved_; }
     [[nodiscard]] uint64_t GetTotal() const { return total_; }
 
 private:
+    // Sorts and merges; only resolved ranges have positions to sort by.
     void Normalize();
 
     std::vector<Range> ranges_;

@@ -1,15 +1,57 @@
 #include "template/TextTemplate.h"
 
 #include "i18n/Translate.h"
+#include "log/Log.h"
 
 namespace Zarn {
 
 using Kind = TemplateScanner::Kind;
 
+// What one render may still do, and where it writes. Once a limit is reached every block
+// writes nothing, so the page unwinds at once instead of finishing its loops idly.
+class TextTemplate::Render {
+public:
+    Render(OutputStream& out, TextContent& content, const Limits& limits)
+        : out_(out), content_(content), steps_left_(limits.steps), bytes_left_(limits.bytes) {}
+
+    [[nodiscard]] TextContent& Content() { return content_; }
+    [[nodiscard]] bool IsCut() const { return cut_; }
+
+    // False once the steps are spent.
+    bool Spend(uint64_t steps) {
+        if (cut_ || steps > steps_left_) {
+            cut_ = true;
+            return false;
+        }
+        steps_left_ -= steps;
+        return true;
+    }
+
+    // A text that would pass the byte limit is left out whole: half of it could end in the
+    // middle of a character or a tag.
+    void Write(std::string_view text) {
+        if (cut_ || text.size() > bytes_left_) {
+            cut_ = true;
+            return;
+        }
+        bytes_left_ -= text.size();
+        out_.Write(text);
+    }
+
+private:
+    OutputStream& out_;
+    TextContent& content_;
+    uint64_t steps_left_;
+    uint64_t bytes_left_;
+    bool cut_ = false;
+};
+
 class TextTemplate::TextBlock : public Block {
 public:
     explicit TextBlock(std::string text) : text_(std::move(text)) {}
-    void Write(OutputStream& out, TextContent&) const override { out.Write(text_); }
+    void Write(Render& render) const override {
+        if (render.Spend(1)) render.Write(text_);
+    }
 
 private:
     std::string text_;
@@ -18,9 +60,10 @@ private:
 class TextTemplate::IdBlock : public Block {
 public:
     explicit IdBlock(std::string name) : name_(std::move(name)) {}
-    void Write(OutputStream& out, TextContent& content) const override {
-        std::optional<std::string_view> value = content.Lookup(name_);
-        out.Write(value ? *value : std::string_view(name_));
+    void Write(Render& render) const override {
+        if (!render.Spend(1)) return;
+        std::optional<std::string_view> value = render.Content().Lookup(name_);
+        render.Write(value ? *value : std::string_view(name_));
     }
 
 private:
@@ -33,9 +76,10 @@ public:
             std::unique_ptr<Block> else_branch)
         : name_(std::move(name)), then_(std::move(then_branch)), else_(std::move(else_branch)) {}
 
-    void Write(OutputStream& out, TextContent& content) const override {
-        const Block* branch = IsTrue(content) ? then_.get() : else_.get();
-        if (branch != nullptr) branch->Write(out, content);
+    void Write(Render& render) const override {
+        if (!render.Spend(1)) return;
+        const Block* branch = IsTrue(render.Content()) ? then_.get() : else_.get();
+        if (branch != nullptr) branch->Write(render);
     }
 
 private:
@@ -55,13 +99,14 @@ public:
     ForBlock(std::string name, std::unique_ptr<Block> body)
         : name_(std::move(name)), body_(std::move(body)) {}
 
-    void Write(OutputStream& out, TextContent& content) const override {
+    void Write(Render& render) const override {
+        TextContent& content = render.Content();
         RecordList* list = content.GetList(name_);
         size_t count = list == nullptr ? 0 : list->Count();
-        for (size_t index = 0; index < count; ++index) {
+        for (size_t index = 0; index < count && render.Spend(kRecordSteps); ++index) {
             list->Select(index);
             content.SetCurrentList(list);
-            body_->Write(out, content);
+            body_->Write(render);
         }
         content.SetCurrentList(nullptr);  // cleared, not restored: one slot
     }
@@ -74,9 +119,11 @@ private:
 class TextTemplate::CompoundBlock : public Block {
 public:
     void Add(std::unique_ptr<Block> block) { blocks_.push_back(std::move(block)); }
-    void Write(OutputStream& out, TextContent& content) const override {
-        for (const auto& block : blocks_)
-            block->Write(out, content);
+    void Write(Render& render) const override {
+        for (const auto& block : blocks_) {
+            if (render.IsCut()) return;
+            block->Write(render);
+        }
     }
 
 private:
@@ -207,8 +254,20 @@ void TextTemplate::Parse(std::string_view text) {
     root_ = Parser(text).ParseTemplate();
 }
 
-void TextTemplate::Write(TextContent& content, OutputStream& out) const {
-    root_->Write(out, content);
+bool TextTemplate::Write(TextContent& content, OutputStream& out) const {
+    return Write(content, out, Limits{});
+}
+
+bool TextTemplate::Write(TextContent& content, OutputStream& out, const Limits& limits) const {
+    Render render(out, content, limits);
+    root_->Write(render);
+    if (!render.IsCut()) return true;
+    Log(kLogError,
+        "A page was cut short: rendering it would take more than %llu steps or %llu bytes "
+        "(look for a #foreach nested in another over a long list)",
+        static_cast<unsigned long long>(limits.steps),
+        static_cast<unsigned long long>(limits.bytes));
+    return false;
 }
 
 }  // namespace Zarn

@@ -129,6 +129,35 @@ TEST(TextEncodingTest, Codepage949RoundTripsAndWhatCannotConvertGivesNothing) {
     EXPECT_EQ(ConvertFromUtf8("\xF0\x9F\x98\x80", 949), std::nullopt);
 }
 
+// iconv took four-byte forms past U+10FFFF (and, depending on the library, other forms that
+// are not UTF-8) from code page 65001 and handed them on as text.
+TEST(TextEncodingTest, Codepage65001TakesOnlyWellFormedUtf8) {
+    const std::pair<std::string, bool> cases[] = {
+        {"plain", true},
+        {"한글", true},
+        {"\xF4\x8F\xBF\xBF", true},           // U+10FFFF
+        {"\xF4\x90\x80\x80", false},          // U+110000
+        {"\xF7\xBF\xBF\xBF", false},          // U+1FFFFF, the largest four-byte form
+        {"\xF8\x88\x80\x80\x80", false},      // five bytes
+        {"\xFC\x84\x80\x80\x80\x80", false},  // six bytes
+        {"\xC1\xBF", false},                  // overlong
+        {"\xF0\x8F\xBF\xBF", false},          // overlong four-byte form
+        {"\xED\xA0\x80", false},              // high surrogate
+        {"\xED\xBF\xBF", false},              // low surrogate
+        {"\xED\xA0\xBD\xED\xB8\x80", false},  // a surrogate pair spelled out
+        {"ok\xE2\x82", false},                // cut short
+    };
+    for (const auto& [bytes, valid] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(bytes));
+        std::optional<std::string> text = ConvertToUtf8(bytes, 65001);
+        EXPECT_EQ(text.has_value(), valid);
+        if (valid) {
+            EXPECT_EQ(*text, bytes);
+        }
+        EXPECT_EQ(ConvertFromUtf8(bytes, 65001).has_value(), valid);
+    }
+}
+
 // Upper and lower case of one script fold to the same text; what has no case, and bytes
 // that are not UTF-8, stay as they are.
 TEST(CaseFoldTest, FoldsEveryScriptWithCasesAndKeepsTheRest) {

@@ -42,6 +42,10 @@ TEST_F(ServerEndToEndTest, DownloadsWholeFilesAndRanges) {
     const Case cases[] = {
         {"/docs/a.txt", "Range: bytes=2-5\r\n", 206, "2345"},
         {"/docs/a.txt", "Range: bytes=0-1,5-6\r\n", 501, nullptr},
+        // A suffix is placed only once the size is known: it must not win over the range
+        // the client named first.
+        {"/docs/a.txt", "Range: bytes=2-5,-3\r\n", 501, nullptr},
+        {"/docs/a.txt", "Range: bytes=2-5,-12\r\n", 206, "23456789abcdef"},
         {"/docs/a.txt", "Range: bytes=16-\r\n", 416, nullptr},
         {"/docs/a.txt", "Range: items=0-1\r\n", 200, "0123456789abcdef"},
         {"/docs/empty.bin", "", 200, ""},

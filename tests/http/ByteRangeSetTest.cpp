@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "http/ByteRangeSet.h"
 
 namespace Zarn {
@@ -31,6 +33,9 @@ TEST(ByteRangeSetTest, ResolvesToTheContentRangeOfTheFirstRange) {
         {"bytes=-1", 0, nullptr, 0},
         {"bytes=0-0", 1, "bytes 0-0/1", 1},
         {"bytes=0-18446744073709551615", 1000, nullptr, 0},
+        {"bytes=-50,0-", 1000, "bytes 0-999/1000", 1},
+        {"bytes=900-949,-50", 1000, "bytes 900-999/1000", 1},
+        {"bytes=0-99,-5000", 1000, "bytes 0-999/1000", 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.header);
@@ -45,6 +50,23 @@ TEST(ByteRangeSetTest, ResolvesToTheContentRangeOfTheFirstRange) {
         EXPECT_EQ(set.ContentRangeValue(), c.content_range);
         EXPECT_EQ(set.GetRanges().size(), c.ranges);
         EXPECT_FALSE(set.Resolve(c.total));  // once only
+    }
+}
+
+// A suffix was sorted as if it began at byte 0 before its place was known, so it came
+// first and the client's first range was dropped: 950-999 went out instead of 100-199.
+TEST(ByteRangeSetTest, SuffixAfterAClosedRangeIsPlacedOnlyOnceTheSizeIsKnown) {
+    for (const char* header : {"bytes=100-199,-50", "bytes=-50,100-199"}) {
+        SCOPED_TRACE(header);
+        ByteRangeSet set;
+        ASSERT_TRUE(set.Parse(header));
+        ASSERT_EQ(set.GetRanges().size(), 2u);
+        ASSERT_TRUE(set.Resolve(1000));
+        EXPECT_EQ(set.ContentRangeValue(), "bytes 100-199/1000");
+        using Range = ByteRangeSet::Range;
+        const std::vector<Range> resolved = {{ByteRangeSet::Kind::kClosed, 100, 199},
+                                             {ByteRangeSet::Kind::kSuffix, 950, 999}};
+        EXPECT_EQ(set.GetRanges(), resolved);
     }
 }
 

@@ -2,12 +2,17 @@
 
 #include <algorithm>
 #include <cctype>
+#include <fstream>
+#include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "server/ListingRows.h"
 #include "share/MimeTypeTable.h"
+#include "support/LogCapture.h"
+#include "template/TextTemplate.h"
 
 namespace Zarn {
 namespace {
@@ -96,6 +101,51 @@ TEST(ListingRowsTest, FilesCarryTheirEscapedTypeFoldersNone) {
     untyped.AddFile("b.png", 1, 0);
     untyped.Select(0);
     EXPECT_EQ(untyped.Lookup("$mime"), "");
+}
+
+std::unique_ptr<ListingRows> NumberedFiles(int count) {
+    auto rows = std::make_unique<ListingRows>();
+    for (int i = 0; i < count; ++i)
+        rows->AddFile("file" + std::to_string(i) + ".txt", 1234567, 1700000000);
+    rows->Sort();
+    return rows;
+}
+
+size_t Occurrences(const std::string& text, std::string_view part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+// The shipped page lists a folder of 100,000 files whole, while a page that nests the list
+// in itself (a skin's slip, or a hostile skin) stops at the render's work limit instead of
+// pinning a thread for the square of the folder.
+TEST(ListingRowsTest, ABigFolderRendersWholeButALoopInALoopOverItStops) {
+    std::ifstream file(LUMIDROP_SOURCE_DIR "/res/skin/skin.html", std::ios::binary);
+    std::ostringstream skin;
+    skin << file.rdbuf();
+    TextTemplate page;
+    page.Parse(skin.str());
+    TextContent listing;
+    listing.SetScalar("$show_files", "1");
+    listing.SetRecordList("$files", NumberedFiles(100000));
+    testing::LogCapture log;
+    MemoryOutputStream whole;
+    EXPECT_TRUE(page.Write(listing, whole));
+    EXPECT_EQ(Occurrences(whole.Data(), "class=\"entry-name\""), 100000u);
+    EXPECT_NE(whole.Data().find("file99999.txt"), std::string::npos);
+    EXPECT_NE(whole.Data().find("</html>"), std::string::npos);
+    EXPECT_TRUE(log.Lines().empty());
+
+    TextTemplate square;
+    square.Parse("#foreach($files)#foreach($files)$name#end#end");
+    TextContent folder;
+    folder.SetRecordList("$files", NumberedFiles(5000));
+    MemoryOutputStream cut;
+    EXPECT_FALSE(square.Write(folder, cut));
+    EXPECT_LT(cut.Data().size(), size_t{5000} * 5000 * 8);
+    EXPECT_EQ(log.Lines().size(), 1u);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "i18n/LocalizationStringTable.h"
+#include "support/LogCapture.h"
 #include "template/TextTemplate.h"
 
 namespace Zarn {
@@ -114,6 +115,46 @@ TEST(TextTemplateTest, RefusesNestingPastTheLimitButTakesLongFlatText) {
     for (int i = 0; i < 100000; ++i)
         flat += "$x#";
     EXPECT_EQ(Render(flat, content).size(), 200000u);
+}
+
+// Forty loops nested over two records would write 2^40 bodies; the render stops at its
+// budget, says so once, and the next render of the same page has a budget of its own.
+TEST(TextTemplateTest, NestedLoopsStopAtTheWorkLimitAndSayItOnce) {
+    std::string open, close;
+    for (int i = 0; i < 40; ++i) {
+        open += "#foreach($two)";
+        close += "#end";
+    }
+    TextTemplate page;
+    page.Parse("<" + open + "x" + close + "$after>");
+    TextContent content;
+    content.SetList("$two", {{{"$v", "1"}}, {{"$v", "2"}}});
+    content.SetScalar("$after", "tail");
+    testing::LogCapture log;
+    for (int render = 1; render <= 2; ++render) {
+        MemoryOutputStream out;
+        EXPECT_FALSE(page.Write(content, out));
+        EXPECT_EQ(log.Lines().size(), static_cast<size_t>(render));
+        // The page ends where the work ran out: nothing after the loops is written.
+        EXPECT_EQ(out.Data().find("tail"), std::string::npos);
+        EXPECT_GT(out.Data().size(), 1000u);
+        EXPECT_LE(out.Data().size(), TextTemplate::Limits{}.steps);
+    }
+    ASSERT_FALSE(log.Lines().empty());
+    EXPECT_EQ(log.Lines().front().first, kLogError);
+    EXPECT_NE(log.Lines().front().second.find("#foreach"), std::string::npos);
+
+    // Bytes are bounded too, and a text that would pass the bound is left out whole.
+    TextTemplate two;
+    two.Parse("#foreach($two)[$v]#end");
+    MemoryOutputStream out;
+    EXPECT_FALSE(two.Write(content, out, {.steps = 1000, .bytes = 5}));
+    EXPECT_EQ(out.Data(), "[1][2");
+    // Within the bounds nothing is cut and nothing is logged.
+    MemoryOutputStream whole;
+    EXPECT_TRUE(two.Write(content, whole, {.steps = 1000, .bytes = 6}));
+    EXPECT_EQ(whole.Data(), "[1][2]");
+    EXPECT_EQ(log.Lines().size(), 3u);
 }
 
 }  // namespace
