@@ -3,6 +3,8 @@
 #include <array>
 #include <cstring>
 
+#include "skin/Crc32Folding.h"
+
 namespace Teko {
 namespace {
 
@@ -12,9 +14,10 @@ constexpr int kSlices = 8;
 using Tables = std::array<std::array<uint32_t, 256>, kSlices>;
 
 // Slicing by eight: table[k][b] is the register after byte b followed by k zero bytes, so
-// eight bytes fold in with eight independent look-ups instead of a chain of eight. Zip
-// downloads checksum every byte they send, and a byte at a time falls well short of disk
-// rate. Built by the compiler, so concurrent first use needs no guard.
+// eight bytes fold in with eight independent look-ups instead of a chain of eight. Long
+// runs go to Crc32Folding where the processor allows; the tables take short pieces, the
+// tails and processors without it. Built by the compiler, so concurrent first use needs no
+// guard.
 constexpr Tables MakeTables() {
     Tables tables{};
     for (uint32_t byte = 0; byte < 256; ++byte) {
@@ -48,6 +51,12 @@ void Crc32::Update(std::string_view bytes) {
     uint32_t state = state_;
     const char* at = bytes.data();
     size_t left = bytes.size();
+    if (left >= Crc32Folding::kMinBytes && Crc32Folding::IsAvailable()) {
+        size_t whole = left - left % Crc32Folding::kBlockBytes;
+        state = Crc32Folding::Update(state, at, whole);
+        at += whole;
+        left -= whole;
+    }
     for (; left >= 8; left -= 8, at += 8) {
         uint32_t low = LoadLittleEndian(at) ^ state;
         uint32_t high = LoadLittleEndian(at + 4);

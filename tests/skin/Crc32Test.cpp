@@ -4,9 +4,20 @@
 #include <string>
 
 #include "skin/Crc32.h"
+#include "skin/Crc32Folding.h"
 
 namespace Teko {
 namespace {
+
+// Fed in random pieces shorter than `bound`, some empty.
+uint32_t CrcInPieces(std::string_view bytes, size_t bound, std::mt19937& random) {
+    Crc32 crc;
+    for (size_t offset = 0, piece; offset < bytes.size(); offset += piece) {
+        piece = random() % bound;
+        crc.Update(bytes.substr(offset, piece));
+    }
+    return crc.Value();
+}
 
 // Published check values of the CRC-32 that zip, gzip and PNG share, whole and fed in
 // random pieces (some empty).
@@ -21,12 +32,43 @@ TEST(Crc32Test, MatchesKnownValuesWholeAndInRandomPieces) {
     for (const auto& [bytes, value] : known) {
         SCOPED_TRACE(bytes);
         EXPECT_EQ(Crc32::Of(bytes), value);
-        Crc32 crc;
-        for (size_t offset = 0, piece; offset < bytes.size(); offset += piece) {
-            piece = random() % 20;
-            crc.Update(std::string_view(bytes).substr(offset, piece));
+        EXPECT_EQ(CrcInPieces(bytes, 20, random), value);
+    }
+}
+
+// A bit at a time, straight from the definition: nothing shared with the code under test.
+uint32_t BitwiseCrc(std::string_view bytes) {
+    uint32_t state = 0xFFFFFFFFu;
+    for (char c : bytes) {
+        state ^= static_cast<unsigned char>(c);
+        for (int bit = 0; bit < 8; ++bit)
+            state = (state & 1u) != 0 ? (state >> 1) ^ 0xEDB88320u : state >> 1;
+    }
+    return ~state;
+}
+
+// Long inputs take the folding path where the processor has it and the tables elsewhere;
+// both must agree with the definition at every length around their block sizes, from
+// every alignment, whole and in pieces that switch between the two paths mid-stream.
+TEST(Crc32Test, LongInputsAgreeWithTheDefinitionAtEveryLengthAndAlignment) {
+    std::mt19937 random(7);
+    std::string data(70000, '\0');
+    for (char& c : data)
+        c = static_cast<char>(random());
+    for (size_t length = 0; length <= 300; ++length) {
+        for (size_t start : {0, 1, 7, 13}) {
+            std::string_view bytes = std::string_view(data).substr(start, length);
+            ASSERT_EQ(Crc32::Of(bytes), BitwiseCrc(bytes)) << length << " from " << start;
         }
-        EXPECT_EQ(crc.Value(), value);
+    }
+    const uint32_t whole = BitwiseCrc(data);
+    EXPECT_EQ(Crc32::Of(data), whole);
+    EXPECT_EQ(CrcInPieces(data, 1000, random), whole);
+    if (Crc32Folding::IsAvailable()) {
+        // The register goes in and comes out uninverted, so a fold can continue any state.
+        uint32_t state = Crc32Folding::Update(0xFFFFFFFFu, data.data(), 4096);
+        state = Crc32Folding::Update(state, data.data() + 4096, 64);
+        EXPECT_EQ(~state, BitwiseCrc(std::string_view(data).substr(0, 4160)));
     }
 }
 
