@@ -15,7 +15,7 @@ using Teko::Inflater;
 
 namespace {
 
-constexpr size_t kMaxOutput = 1 << 20;
+constexpr size_t kMaxOutput = 1 << 16;
 
 // The bytes zlib inflates from a raw stream, or false when the stream is not one whole
 // valid stream within kMaxOutput.
