@@ -6,7 +6,7 @@ SANITIZE_DIR := build-sanitize
 JOBS         ?= $(shell nproc 2>/dev/null || echo 2)
 ARGS         ?=
 
-.PHONY: all run test test-plain test-sanitize deps deps-test deb format clean
+.PHONY: all run test test-plain test-sanitize test-fuzz fuzz deps deps-test deb format clean
 
 all: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
@@ -24,7 +24,7 @@ run: all
 	        --mount demo=$(CURDIR)/res/demo $(ARGS); \
 	fi
 
-test: deps-test test-plain test-sanitize
+test: deps-test test-plain test-sanitize test-fuzz
 
 test-plain:
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DLUMIDROP_BUILD_TESTS=ON
@@ -38,6 +38,26 @@ test-sanitize:
 	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	    ctest --output-on-failure -j $(JOBS)
+
+# The libFuzzer harnesses (tests/fuzz), built by clang with AddressSanitizer and
+# UndefinedBehaviorSanitizer. `make test` replays each one's seeds and looks for new inputs
+# for TEST_FUZZ_SECONDS; `make fuzz` searches for FUZZ_SECONDS per harness.
+FUZZ_DIR          := build-fuzz
+FUZZ_SECONDS      ?= 300
+TEST_FUZZ_SECONDS ?= 20
+
+define fuzz_run
+	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+	    -DLUMIDROP_FUZZ=ON -DLUMIDROP_FUZZ_SECONDS=$(1)
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target fuzz_harnesses
+	cd $(FUZZ_DIR) && ctest --output-on-failure -j $(JOBS) -L fuzz
+endef
+
+test-fuzz:
+	$(call fuzz_run,$(TEST_FUZZ_SECONDS))
+
+fuzz: deps-test
+	$(call fuzz_run,$(FUZZ_SECONDS))
 
 # A Debian package of the Release program: build/lumidrop_VERSION_ARCH.deb.
 deb: deps
@@ -55,4 +75,4 @@ format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(FUZZ_DIR)

@@ -26,6 +26,12 @@ if (( want_tests )); then
     # The browser test drives Debian's Chromium with npm's playwright-core; no browser is
     # ever downloaded by npm.
     [[ -x /usr/bin/chromium ]] || missing+=(chromium)
+    # The parsers' fuzzing harnesses: clang with libFuzzer and the sanitizers' runtimes, and
+    # zlib, the reference the inflater is checked against (the program never links it).
+    command -v clang++ >/dev/null 2>&1 || missing+=(clang)
+    compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-$(uname -m).a" \
+        >/dev/null || missing+=(libclang-rt-dev)
+    [[ -f /usr/include/zlib.h ]] || missing+=(zlib1g-dev)
     command -v node >/dev/null 2>&1 || missing+=(nodejs)
     command -v npm >/dev/null 2>&1 || missing+=(npm)
 fi
