@@ -3,10 +3,11 @@
 
 BUILD_DIR    := build
 SANITIZE_DIR := build-sanitize
+TSAN_DIR     := build-tsan
 JOBS         ?= $(shell nproc 2>/dev/null || echo 2)
 ARGS         ?=
 
-.PHONY: all run test test-plain test-sanitize deps deps-test deb format clean
+.PHONY: all run test test-plain test-sanitize test-tsan deps deps-test deb format clean
 
 all: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
@@ -39,6 +40,25 @@ test-sanitize:
 	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	    ctest --output-on-failure -j $(JOBS)
 
+# The unit and end-to-end tests under ThreadSanitizer. Every process writes its reports
+# to $(TSAN_DIR)/tsan-reports, the programs the end-to-end tests start among them (their
+# standard error goes to files the tests delete), and any report fails the run. The
+# browser, package and layering tests are left out: they add no threads of ours that the
+# end-to-end tests do not already drive, and cost minutes each under the sanitizer.
+TSAN_REPORTS := $(CURDIR)/$(TSAN_DIR)/tsan-reports
+test-tsan: deps-test
+	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    -DLUMIDROP_BUILD_TESTS=ON -DLUMIDROP_SANITIZERS=thread
+	cmake --build $(TSAN_DIR) -j $(JOBS)
+	rm -rf $(TSAN_REPORTS) && mkdir -p $(TSAN_REPORTS)
+	cd $(TSAN_DIR) && TSAN_OPTIONS="log_path=$(TSAN_REPORTS)/race second_deadlock_stack=1 \
+	    suppressions=$(CURDIR)/tests/tsan.supp" \
+	    ctest --output-on-failure -j $(JOBS) \
+	        -E '^(Browser|TusClientTest|PackageTest|Layering\.|ManPageTest)'
+	@if ls $(TSAN_REPORTS)/race.* >/dev/null 2>&1; then \
+	    cat $(TSAN_REPORTS)/race.*; echo "ThreadSanitizer reported the races above" >&2; exit 1; \
+	fi
+
 # A Debian package of the Release program: build/lumidrop_VERSION_ARCH.deb.
 deb: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
@@ -55,4 +75,4 @@ format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR)
