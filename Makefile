@@ -25,7 +25,7 @@ run: all
 	        --mount demo=$(CURDIR)/res/demo $(ARGS); \
 	fi
 
-test: deps-test test-plain test-sanitize
+test: deps-test test-plain test-sanitize test-tsan
 
 test-plain:
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DLUMIDROP_BUILD_TESTS=ON
