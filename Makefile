@@ -54,10 +54,12 @@ test-tsan: deps-test
 	cd $(TSAN_DIR) && TSAN_OPTIONS="log_path=$(TSAN_REPORTS)/race second_deadlock_stack=1 \
 	    suppressions=$(CURDIR)/tests/tsan.supp" \
 	    ctest --output-on-failure -j $(JOBS) \
-	        -E '^(Browser|TusClientTest|PackageTest|Layering\.|ManPageTest)'
-	@if ls $(TSAN_REPORTS)/race.* >/dev/null 2>&1; then \
+	        -E '^(Browser|TusClientTest|PackageTest|Layering\.|ManPageTest)'; \
+	status=$$?; \
+	if ls $(TSAN_REPORTS)/race.* >/dev/null 2>&1; then \
 	    cat $(TSAN_REPORTS)/race.*; echo "ThreadSanitizer reported the races above" >&2; exit 1; \
-	fi
+	fi; \
+	exit $$status
 
 # A Debian package of the Release program: build/lumidrop_VERSION_ARCH.deb.
 deb: deps
