@@ -108,8 +108,9 @@ int Serve(const CommandLine& line) {
     if (config.singleInstance && !instance.Acquire(home)) return ReportRunningInstance(home);
 
     LogQueue log_queue;
-    LogWriter log_writer(
-        {.home = home, .queue = &log_queue, .write_file = [&config] { return config.writeLog; }});
+    LogWriter log_writer({.home = home, .queue = &log_queue, .write_file = [&config] {
+                              return config.writeLog.load();
+                          }});
     log_writer.Install();
     CrashReporter::Install(home);
     SetLogMask(kDefaultLogMask);

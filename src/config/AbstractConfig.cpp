@@ -1,22 +1,40 @@
 #include "config/AbstractConfig.h"
 
+#include <atomic>
 #include <sstream>
 #include <type_traits>
 
 #include "core/StringUtil.h"
 
 namespace Zarn {
+namespace {
+
+// The value type behind a bound variable: a setting that threads read while the owner
+// changes it is an atomic, parsed and printed as the plain value it holds.
+template <typename V>
+struct ValueOf {
+    using type = V;
+};
+template <typename T>
+struct ValueOf<std::atomic<T>> {
+    using type = T;
+};
+
+}  // namespace
 
 // Conversion goes through a string stream both ways, so flags read and write "0" and
 // "1" and words such as "true" do not parse.
-template <typename T>
+template <typename V>
 class AbstractConfig::ConfigItem : public AbstractConfigItem {
+    using T = typename ValueOf<V>::type;
+
 public:
-    explicit ConfigItem(T* variable) : variable_(variable) {}
+    explicit ConfigItem(V* variable) : variable_(variable) {}
 
     [[nodiscard]] std::string Get() const override {
+        const T current = *variable_;
         std::ostringstream out;
-        out << *variable_;
+        out << current;
         return out.str();
     }
 
@@ -37,7 +55,7 @@ public:
     }
 
 private:
-    T* variable_;
+    V* variable_;
 };
 
 template <>
@@ -65,11 +83,11 @@ private:
 
 AbstractConfig::~AbstractConfig() = default;
 
-template <typename T>
-void AbstractConfig::RegisterItem(const std::string& key, T* variable, T default_value) {
+template <typename V, typename T>
+void AbstractConfig::RegisterItem(const std::string& key, V* variable, T default_value) {
     if (items_.contains(key)) return;
     *variable = std::move(default_value);
-    items_.emplace(key, std::make_unique<ConfigItem<T>>(variable));
+    items_.emplace(key, std::make_unique<ConfigItem<V>>(variable));
 }
 
 void AbstractConfig::Register(const std::string& key, bool* variable, bool default_value) {
@@ -82,6 +100,21 @@ void AbstractConfig::Register(const std::string& key, unsigned short* variable,
 }
 
 void AbstractConfig::Register(const std::string& key, int* variable, int default_value) {
+    RegisterItem(key, variable, default_value);
+}
+
+void AbstractConfig::Register(const std::string& key, std::atomic<bool>* variable,
+                              bool default_value) {
+    RegisterItem(key, variable, default_value);
+}
+
+void AbstractConfig::Register(const std::string& key, std::atomic<unsigned short>* variable,
+                              unsigned short default_value) {
+    RegisterItem(key, variable, default_value);
+}
+
+void AbstractConfig::Register(const std::string& key, std::atomic<int>* variable,
+                              int default_value) {
     RegisterItem(key, variable, default_value);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <istream>
 #include <map>
 #include <memory>
@@ -54,6 +55,10 @@ public:
     void Register(const std::string& key, bool* variable, bool default_value);
     void Register(const std::string& key, unsigned short* variable, unsigned short default_value);
     void Register(const std::string& key, int* variable, int default_value);
+    void Register(const std::string& key, std::atomic<bool>* variable, bool default_value);
+    void Register(const std::string& key, std::atomic<unsigned short>* variable,
+                  unsigned short default_value);
+    void Register(const std::string& key, std::atomic<int>* variable, int default_value);
     void Register(const std::string& key, std::string* variable, const std::string& default_value);
     void RegisterList(const std::string& key, std::vector<std::string>* variable);
 
@@ -77,8 +82,8 @@ public:
     bool Save(std::ostream& out) const;
 
 private:
-    template <typename T>
-    void RegisterItem(const std::string& key, T* variable, T default_value);
+    template <typename V, typename T>
+    void RegisterItem(const std::string& key, V* variable, T default_value);
     void ApplyLine(std::string_view line);
 
     std::map<std::string, std::unique_ptr<AbstractConfigItem>> items_;

@@ -79,11 +79,11 @@ bool KorvelConfig::LoadFile() {
 int KorvelConfig::GetKeepAliveTimeout() const {
     // 0 or less is not read as "no limit", which would let forgotten connections hold
     // their threads for ever, but as the shortest allowed.
-    return std::clamp(keepAliveTimeout, kMinKeepAliveTimeout, kMaxKeepAliveTimeout);
+    return std::clamp(keepAliveTimeout.load(), kMinKeepAliveTimeout, kMaxKeepAliveTimeout);
 }
 
 int KorvelConfig::GetCgiTimeout() const {
-    return std::clamp(cgiTimeout, kMinCgiTimeout, kMaxCgiTimeout);
+    return std::clamp(cgiTimeout.load(), kMinCgiTimeout, kMaxCgiTimeout);
 }
 
 std::string KorvelConfig::GetHomeFolder() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -9,9 +10,10 @@
 namespace Zarn {
 
 // The application's settings, bound to the keys of "mount.ini" in the home folder.
-// Scalars are read directly by every thread; strings and lists are read and changed
-// under GetLock() (the settings lock, always taken before the mount registry's lock),
-// and every change is followed by Save().
+// Scalars are atomics: request threads read them on every request while the console
+// changes them, and a lock there would serialise the request path for values that are
+// read whole anyway. Strings and lists are read and changed under GetLock() (the settings lock,
+// always taken before the mount registry's lock), and every change is followed by Save().
 class KorvelConfig : public AbstractConfig {
 public:
     static constexpr char kFileName[] = "mount.ini";
@@ -49,43 +51,43 @@ public:
     // cgiTimeout within its bounds, however it was set.
     [[nodiscard]] int GetCgiTimeout() const;
 
-    bool singleInstance = true;
-    unsigned short port = 80;
+    std::atomic<bool> singleInstance = true;
+    std::atomic<unsigned short> port = 80;
     // Where the owner's console listens, on the loopback address only (0: any free port).
-    unsigned short consolePort = 8090;
-    bool wasRunning = false;
-    bool bootOnTray = false;
-    bool canRootAccess = true;
-    bool showHiddenFiles = false;
+    std::atomic<unsigned short> consolePort = 8090;
+    std::atomic<bool> wasRunning = false;
+    std::atomic<bool> bootOnTray = false;
+    std::atomic<bool> canRootAccess = true;
+    std::atomic<bool> showHiddenFiles = false;
     // Off: a link inside a shared folder that leads out of it is treated as missing.
-    bool followLinksOutOfMounts = false;
-    int totalUploadSpeedLimit = -1;
-    int totalDownloadSpeedLimit = -1;
-    bool useDownloadConnectionLimit = false;
-    int downloadConnectionLimit = 0;
-    bool usePerIPDownloadConnectionLimit = false;
-    int perIPdownloadConnectionLimit = 0;
+    std::atomic<bool> followLinksOutOfMounts = false;
+    std::atomic<int> totalUploadSpeedLimit = -1;
+    std::atomic<int> totalDownloadSpeedLimit = -1;
+    std::atomic<bool> useDownloadConnectionLimit = false;
+    std::atomic<int> downloadConnectionLimit = 0;
+    std::atomic<bool> usePerIPDownloadConnectionLimit = false;
+    std::atomic<int> perIPdownloadConnectionLimit = 0;
     // Seconds a connection may stay idle waiting for a request before it is closed
     // (1..3600).
-    int keepAliveTimeout = kDefaultKeepAliveTimeout;
-    bool useHostName = false;
-    bool getPublicIP = true;
+    std::atomic<int> keepAliveTimeout = kDefaultKeepAliveTimeout;
+    std::atomic<bool> useHostName = false;
+    std::atomic<bool> getPublicIP = true;
     std::string HostName;
     std::string preferredLancardAddress;
-    bool writeLog = true;
-    bool useVersionCheck = true;
-    bool skinDevelopersMode = false;
-    int defaultUrlCodepage = 949;
+    std::atomic<bool> writeLog = true;
+    std::atomic<bool> useVersionCheck = true;
+    std::atomic<bool> skinDevelopersMode = false;
+    std::atomic<int> defaultUrlCodepage = 949;
     std::string defaultSkin;
     std::string uiLanguageFile;
     std::string lastAddMountDirectory;
     // The first-run wizard was finished or skipped (or the home was made by `lumidrop
     // init`), so the console never offers it again.
-    bool firstRunDone = false;
+    std::atomic<bool> firstRunDone = false;
     // The one folder CGI programs run from (an absolute path); empty: CGI is off.
     std::string cgiFolder;
     // Seconds a CGI program may stay silent before it is stopped (1..86400).
-    int cgiTimeout = kDefaultCgiTimeout;
+    std::atomic<int> cgiTimeout = kDefaultCgiTimeout;
     std::vector<std::string> mounts;
     std::vector<std::string> ipFilterTable;
     std::vector<std::string> users;

@@ -281,8 +281,7 @@ void ConsoleApi::SetLimits(HttpRequest& request) {
     {
         CriticalSectionLock hold(config.GetLock());
         auto set = [&](size_t i, auto& setting) {
-            if (values[i])
-                setting = static_cast<std::remove_reference_t<decltype(setting)>>(*values[i]);
+            if (values[i]) setting = static_cast<decltype(setting.load())>(*values[i]);
         };
         set(0, config.totalUploadSpeedLimit);
         set(1, config.totalDownloadSpeedLimit);

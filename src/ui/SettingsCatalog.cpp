@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <variant>
 
@@ -21,8 +22,9 @@
 namespace Zarn {
 namespace {
 
-using Member = std::variant<bool KorvelConfig::*, int KorvelConfig::*,
-                            unsigned short KorvelConfig::*, std::string KorvelConfig::*>;
+using Member =
+    std::variant<std::atomic<bool> KorvelConfig::*, std::atomic<int> KorvelConfig::*,
+                 std::atomic<unsigned short> KorvelConfig::*, std::string KorvelConfig::*>;
 // What a key's value must also be beyond its type and bounds; false with the reason.
 using Rule = bool (*)(const KorvelConfig& config, const std::string& value, std::string& error);
 
@@ -116,7 +118,7 @@ bool IsCgiFolder(const KorvelConfig& config, const std::string& value, std::stri
 
 const std::vector<Setting>& Settings() {
     using C = KorvelConfig;
-    auto flag = [](const char* key, bool C::*member) {
+    auto flag = [](const char* key, std::atomic<bool> C::*member) {
         return Setting{{key, SettingsCatalog::Type::kBool, 0, 1}, member};
     };
     auto number = [](const char* key, auto member, int64_t low, int64_t high, Rule rule = nullptr) {
@@ -245,7 +247,7 @@ bool SettingsCatalog::Set(KorvelConfig& config, std::string_view key, std::strin
             if constexpr (std::is_same_v<Stored, std::string>) {
                 stored = *normal;
             } else {
-                stored = static_cast<Stored>(std::stoll(*normal));
+                stored = static_cast<typename Stored::value_type>(std::stoll(*normal));
             }
         },
         FindSetting(key)->member);

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "net/TCPServerSocket.h"
 #include "support/RunningShare.h"
 #include "support/WaitUntil.h"
@@ -104,6 +107,34 @@ TEST_F(ConsoleSettingsEndToEndTest, SkinsArePreviewedAndTheAddressFollowsItsSett
         << shown();
     EXPECT_TRUE(Contains(console_->Get("address").body, "\"addresses\":["));
     EXPECT_TRUE(Contains(home_.Read("mount.ini"), "\r\npreferredLancardAddress=127.0.0.1\r\n"));
+}
+
+// Visitors' threads read the settings on every request while the console writes them:
+// each listing sees the old value or the new one, never a failure, and the last change
+// holds. Under ThreadSanitizer this is the test that catches an unguarded setting.
+TEST_F(ConsoleSettingsEndToEndTest, VisitorsKeepBeingServedWhileTheOwnerFlipsSettings) {
+    StartWithConsole();
+    std::atomic<bool> done = false;
+    std::atomic<int> listings = 0, failures = 0;
+    std::thread visitor([&] {
+        while (!done) {
+            HttpResponse listing = Visit("/docs/");
+            if (listing.status != 200 || !Contains(listing.body, "a.txt")) ++failures;
+            ++listings;
+        }
+    });
+    for (int i = 0; i < 20; ++i) {
+        std::string flag = i % 2 == 0 ? "1" : "0";
+        EXPECT_EQ(Set("showHiddenFiles=" + flag + "&keepAliveTimeout=" + std::to_string(10 + i) +
+                      "&canRootAccess=" + flag)
+                      .status,
+                  200);
+    }
+    ASSERT_TRUE(WaitUntil([&] { return listings >= 5; }));
+    done = true;
+    visitor.join();
+    EXPECT_EQ(failures, 0) << "of " << listings;
+    EXPECT_FALSE(ListsSecret());  // the twentieth change turned hidden files off again
 }
 
 }  // namespace
