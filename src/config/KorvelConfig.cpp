@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -96,12 +98,22 @@ bool KorvelConfig::Save() {
     text << kByteOrderMark;
     AbstractConfig::Save(text);
     if (WriteFile(text.str())) return true;
-    LogTranslated(kLogError, "설정 파일을 저장하지 못했습니다: %s", settings_path_.c_str());
+    // The reason tells the owner what to mend: a full disk, a folder or file made read-only.
+    std::string where = settings_path_ + " (" + std::strerror(errno) + ")";
+    LogTranslated(kLogError, "설정 파일을 저장하지 못했습니다: %s", where.c_str());
     return false;
 }
 
 bool KorvelConfig::WriteFile(const std::string& text) {
+    errno = ENOENT;
     if (settings_path_.empty()) return false;
+    // An owner who took every write bit from the file froze the settings on purpose, and
+    // the rename that replaces the file would not ask; even root keeps to that.
+    struct stat info {};
+    if (::stat(settings_path_.c_str(), &info) == 0 && (info.st_mode & 0222) == 0) {
+        errno = EACCES;
+        return false;
+    }
     return MakeFolders(FolderOf(settings_path_)) && WriteFileAtomically(settings_path_, text);
 }
 

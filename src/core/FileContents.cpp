@@ -40,7 +40,9 @@ bool WriteFileAtomically(const std::string& path, std::string_view bytes, int mo
                    WriteFully(fd.Get(), bytes) && ::fsync(fd.Get()) == 0;
     fd.Reset();
     if (!written || ::rename(temporary.c_str(), path.c_str()) != 0) {
+        int error = errno;
         ::unlink(temporary.c_str());
+        errno = error;  // the caller may want to say why
         return false;
     }
     // The rename is durable only once the folder's entry is on the disk too.

@@ -19,7 +19,7 @@ bool WriteFully(int fd, std::string_view bytes);
 // Replaces the file with these bytes so that a reader, or a crash, only ever sees the old
 // file or the new one whole: written beside it, flushed to the disk and renamed over it,
 // then the folder's entry flushed too. `mode` is the new file's permission bits. False,
-// with the old file untouched, when any step fails.
+// with the old file untouched and errno telling why, when any step fails.
 bool WriteFileAtomically(const std::string& path, std::string_view bytes, int mode = 0644);
 
 }  // namespace Zarn

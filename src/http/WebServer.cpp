@@ -164,15 +164,35 @@ void WebServer::AcceptPending() {
     TCPSocket child;
     while (accepted < kMaxAcceptsPerWake && listener_.Accept(child)) {
         Log(kLogTrace, "server.Accept(child) succeeded");
+        if (out_of_descriptors_) Log(kLogError, "Accepting connections again");
+        out_of_descriptors_ = false;
         HandOver(std::move(child));
         child = TCPSocket();
         ++accepted;
     }
     // A connection that went away between poll and accept is not a failure.
-    constexpr int kWouldBlock = 10035, kAborted = 10053;
-    if (accepted > 0 || LastSocketError() == kWouldBlock || LastSocketError() == kAborted) return;
+    constexpr int kTooManyOpenFiles = 10024, kWouldBlock = 10035, kAborted = 10053;
+    int error = LastSocketError();
+    if (accepted > 0 || error == kWouldBlock || error == kAborted) return;
+    if (error == kTooManyOpenFiles) {
+        WaitForDescriptors();
+        return;
+    }
     Log(kLogTrace, "server.Accept(child) failed: Server socket seems to be closed.");
     (void)WaitForStop(std::chrono::milliseconds(10));
+}
+
+void WebServer::WaitForDescriptors() {
+    // Said once per shortage: the owner needs to know that clients wait, not how often
+    // the queue was tried.
+    if (!out_of_descriptors_) {
+        Log(kLogError, "Too many open files: new connections wait in the queue until others close");
+    }
+    out_of_descriptors_ = true;
+    // The queued connection keeps the listener readable, so without a pause every poll
+    // would return at once and fail again; connections that close meanwhile free their
+    // descriptors for the next try.
+    (void)WaitForStop(kDescriptorRetryInterval);
 }
 
 void WebServer::AdoptNewListener() {

@@ -77,18 +77,22 @@ private:
     // Without traffic the accept thread still wakes this often, to join the threads that
     // left the idle pool.
     static constexpr int kReapIntervalMs = 30000;
+    // How long the accept thread pauses when the process has no descriptor left.
+    static constexpr std::chrono::milliseconds kDescriptorRetryInterval{250};
 
     void HandOver(TCPSocket socket);
     void StartNewThread(TCPSocket socket);
     void CleanupDeadThreads();
     void AcceptPending();
     void AdoptNewListener();
+    void WaitForDescriptors();
     void Wake();
 
     HttpRequestHandler* handler_;
     TransferStatusAggregator* aggregator_;
-    TCPServerSocket listener_;     // touched only by the accept thread while it runs
-    IdleThreadPool idle_threads_;  // before the threads: they wait in it
+    TCPServerSocket listener_;         // touched only by the accept thread while it runs
+    bool out_of_descriptors_ = false;  // the accept thread's own
+    IdleThreadPool idle_threads_;      // before the threads: they wait in it
     std::atomic<uint64_t> created_threads_{0};
     mutable std::mutex mutex_;  // guards the fields below
     std::unique_ptr<TCPServerSocket> next_listener_;

@@ -1,0 +1,304 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/RunningShare.h"
+#include "support/WaitUntil.h"
+
+namespace Zarn {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::Contains;
+using testing::HttpResponse;
+
+// What /proc tells about the running program.
+class ProcessView {
+public:
+    explicit ProcessView(pid_t pid) : root_("/proc/" + std::to_string(pid)) {}
+
+    [[nodiscard]] size_t OpenDescriptors(size_t below = SIZE_MAX) const {
+        std::error_code ignored;
+        size_t count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(root_ + "/fd", ignored))
+            count += std::stoul(entry.path().filename().string()) < below ? 1 : 0;
+        return count;
+    }
+    // The number past the `room`th descriptor number still free.
+    [[nodiscard]] size_t LowestFreeDescriptor(size_t room) const {
+        size_t number = 0;
+        for (size_t free = 0;; ++number) {
+            if (!std::filesystem::exists(root_ + "/fd/" + std::to_string(number)) && ++free == room)
+                return number + 1;
+        }
+    }
+    // User and system time together, in clock ticks.
+    [[nodiscard]] long CpuTicks() const {
+        std::ifstream in(root_ + "/stat");
+        std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        std::istringstream fields(text.substr(text.rfind(')') + 2));
+        std::string field;
+        long user = 0, system = 0;
+        // utime and stime are the 14th and 15th fields; the state, third, comes first here.
+        for (int index = 3; index <= 15 && fields >> field; ++index) {
+            if (index == 14) user = std::stol(field);
+            if (index == 15) system = std::stol(field);
+        }
+        return user + system;
+    }
+    // A number from /proc/PID/status, such as "Threads" or "VmRSS" (in kB).
+    [[nodiscard]] long Status(const std::string& name) const {
+        std::ifstream in(root_ + "/status");
+        for (std::string line; std::getline(in, line);) {
+            if (line.starts_with(name + ":")) return std::stol(line.substr(name.size() + 1));
+        }
+        return -1;
+    }
+
+private:
+    std::string root_;
+};
+
+[[nodiscard]] bool LimitChild(pid_t pid, decltype(RLIMIT_NOFILE) resource, rlim_t soft) {
+    rlimit limit{};
+    if (::prlimit(pid, resource, nullptr, &limit) != 0) return false;
+    limit.rlim_cur = soft;
+    return ::prlimit(pid, resource, &limit, nullptr) == 0;
+}
+
+size_t CountOf(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+// A client with a small receive window, so that a download stays in the server's hands
+// instead of sitting whole in the kernel's buffers.
+TCPSocket SlowReader(int port, const std::string& target) {
+    TCPSocket socket;
+    EXPECT_TRUE(socket.Create());
+    int small = 4096;
+    ::setsockopt(socket.GetHandle(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    EXPECT_TRUE(socket.Connect("127.0.0.1", static_cast<uint16_t>(port)));
+    testing::SendAll(socket, "GET " + target + " HTTP/1.1\r\nHost: test\r\n\r\n");
+    return socket;
+}
+
+class FaultInjectionEndToEndTest : public testing::RunningShare {
+protected:
+    [[nodiscard]] std::string ProgramLog() const {
+        std::ifstream in(home_.Path() + ".stderr");
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    [[nodiscard]] std::vector<std::string> ShareNames() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(share_.Path()))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+    void WriteBig(const std::string& name, size_t bytes) const {
+        std::string content(bytes, '\0');
+        for (size_t i = 0; i < bytes; ++i)
+            content[i] = static_cast<char>('a' + i % 23);
+        share_.Write(name, content);
+    }
+};
+
+TEST_F(FaultInjectionEndToEndTest, RunningOutOfDescriptorsPausesAcceptingUntilSomeClose) {
+    // With the console's line read, start-up has opened all it opens.
+    StartWithConsole();
+    ProcessView program(program_->Pid());
+    // The limit bounds descriptor numbers, not their count: room for three more below it,
+    // enough for a connection and the folder it lists once the held ones close.
+    const size_t limit = program.LowestFreeDescriptor(3);
+    ASSERT_TRUE(LimitChild(program_->Pid(), RLIMIT_NOFILE, limit));
+    std::vector<TCPSocket> held;
+    for (int i = 0; i < 3; ++i)
+        held.push_back(testing::ConnectTo(port_));
+    ASSERT_TRUE(testing::WaitUntil([&] { return program.OpenDescriptors(limit) == limit; }));
+
+    TCPSocket waiting = testing::ConnectTo(port_);
+    testing::SendAll(waiting, "GET / HTTP/1.1\r\nHost: test\r\nConnection: close\r\n\r\n");
+    long cpu_before = program.CpuTicks();
+    // Half a second in which the queued client waits; a server that retried without
+    // pause would burn most of it.
+    pollfd answer{waiting.GetHandle(), POLLIN, 0};
+    EXPECT_EQ(::poll(&answer, 1, 500), 0);
+    EXPECT_LT(program.CpuTicks() - cpu_before, 10);
+
+    held.clear();
+    EXPECT_EQ(testing::ReadResponse(waiting).status, 200);
+    // Room again for what the leak check at the program's exit opens.
+    ASSERT_TRUE(LimitChild(program_->Pid(), RLIMIT_NOFILE, limit + 64));
+    EXPECT_EQ(Visit("/docs/").status, 200);
+    ASSERT_TRUE(
+        testing::WaitUntil([&] { return Contains(ProgramLog(), "Accepting connections again"); }));
+    // Told once with its end, however often accept was tried meanwhile.
+    std::string log = ProgramLog();
+    EXPECT_EQ(CountOf(log, "Too many open files"), 1u) << log;
+    EXPECT_EQ(CountOf(log, "Accepting connections again"), 1u) << log;
+}
+
+TEST_F(FaultInjectionEndToEndTest, ASettingsSaveThatFailsKeepsTheOldFileAndTheChangeInMemory) {
+    share_.Write(".secret", "hidden");
+    StartWithConsole();
+    const std::string saved = home_.Read("mount.ini");
+    const std::string failure = "Could not save the settings file: " + (home_ / "mount.ini");
+
+    // A file-size limit fails the write as a full disk does.
+    ASSERT_TRUE(LimitChild(program_->Pid(), RLIMIT_FSIZE, 16));
+    HttpResponse full = console_->Post("settings/set", "showHiddenFiles=1");
+    ASSERT_TRUE(LimitChild(program_->Pid(), RLIMIT_FSIZE, RLIM_INFINITY));
+    EXPECT_EQ(full.status, 500) << full.body;
+    EXPECT_EQ(home_.Read("mount.ini"), saved);
+    EXPECT_FALSE(home_.Exists("mount.ini.tmp"));
+    EXPECT_TRUE(Contains(Visit("/docs/").body, ".secret"));
+    EXPECT_TRUE(Contains(console_->Get("log").body, failure + " (File too large)"));
+
+    // A settings file made read-only stays as it is, even for root.
+    ASSERT_EQ(::chmod((home_ / "mount.ini").c_str(), 0444), 0);
+    HttpResponse frozen = console_->Post("settings/set", "keepAliveTimeout=30");
+    EXPECT_EQ(frozen.status, 500) << frozen.body;
+    EXPECT_EQ(home_.Read("mount.ini"), saved);
+    EXPECT_TRUE(Contains(console_->Get("settings").body, "\"keepAliveTimeout\":30"));
+    EXPECT_TRUE(Contains(console_->Get("log").body, failure + " (Permission denied)"));
+
+    // Writable again, the next save carries every change kept meanwhile.
+    ASSERT_EQ(::chmod((home_ / "mount.ini").c_str(), 0644), 0);
+    EXPECT_EQ(console_->Post("settings/set", "keepAliveTimeout=30").status, 200);
+    std::string now = home_.Read("mount.ini");
+    EXPECT_TRUE(Contains(now, "\r\nshowHiddenFiles=1\r\n") &&
+                Contains(now, "\r\nkeepAliveTimeout=30\r\n"))
+        << now;
+}
+
+TEST_F(FaultInjectionEndToEndTest, AMountedFolderThatVanishesGivesNotFoundAndFinishedDownloads) {
+    const std::string folder = share_ / "mounted", moved = share_ / "moved";
+    WriteBig("mounted/big.bin", 4 << 20);
+    share_.Write("mounted/a.txt", "a");
+    const std::string content = share_.Read("mounted/big.bin");
+    Start("mounts+=docs|" + folder + "|x|yes|x|no\r\n", false);
+
+    TCPSocket downloading = SlowReader(port_, "/docs/big.bin");
+    ASSERT_EQ(testing::ParseResponse(testing::ReadHead(downloading)).status, 200);
+    std::string first = testing::ReadExactly(downloading, 65536);
+    ASSERT_EQ(::rename(folder.c_str(), moved.c_str()), 0);
+    EXPECT_EQ(Visit("/docs/").status, 404);
+    EXPECT_EQ(Visit("/docs/a.txt").status, 404);
+    // The download goes on with the file it opened.
+    EXPECT_EQ(first + testing::ReadExactly(downloading, content.size() - first.size()), content);
+
+    // Moved back and forth while visitors list and download: each answer is whole or 404.
+    std::atomic<bool> done = false;
+    std::thread mover([&] {
+        while (!done) {
+            (void)::rename(moved.c_str(), folder.c_str());
+            (void)::rename(folder.c_str(), moved.c_str());
+        }
+    });
+    for (int i = 0; i < 40; ++i) {
+        HttpResponse listing = Visit("/docs/");
+        EXPECT_TRUE(listing.status == 404 || Contains(listing.body, "</html>")) << listing.status;
+        HttpResponse file = Visit("/docs/a.txt");
+        EXPECT_TRUE(file.status == 404 || file.body == "a") << file.status;
+    }
+    done = true;
+    mover.join();
+    std::filesystem::remove_all(folder);
+    std::filesystem::remove_all(moved);
+    EXPECT_EQ(Visit("/docs/").status, 404);
+    EXPECT_EQ(Visit("/").status, 200);
+}
+
+TEST_F(FaultInjectionEndToEndTest, AFileCutShortWhileDownloadedEndsTheResponseAndTheConnection) {
+    constexpr size_t kSize = 32 << 20;
+    WriteBig("big.bin", kSize);
+    Start();
+    // Kept alive on purpose: only the server can end this connection.
+    TCPSocket socket = SlowReader(port_, "/docs/big.bin");
+    socket.SetTimeouts(10);
+    HttpResponse head = testing::ParseResponse(testing::ReadHead(socket));
+    ASSERT_EQ(head.Header("Content-Length"), std::to_string(kSize));
+    std::string first = testing::ReadExactly(socket, 65536);
+    ASSERT_EQ(::truncate((share_ / "big.bin").c_str(), 1 << 20), 0);
+
+    auto started = std::chrono::steady_clock::now();
+    std::string rest = testing::ReadToClose(socket);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
+    EXPECT_LT(first.size() + rest.size(), kSize);
+    EXPECT_EQ(Visit("/docs/big.bin").body.size(), 1u << 20);
+}
+
+TEST_F(FaultInjectionEndToEndTest, StoppingMidTransferLeavesNoPartialFileAndExitsAtOnce) {
+    WriteBig("big.bin", 32 << 20);
+    Start("authorities+=.anonymous|docs|7\r\n");
+    TCPSocket uploading = testing::ConnectTo(port_);
+    std::string body =
+        testing::MultipartBody({{"uploadfile", "new.bin", std::string(1 << 20, 'u')}});
+    testing::SendAll(uploading, testing::MultipartHead("/docs/?key=cut", body.size()) +
+                                    body.substr(0, body.size() / 2));
+    ASSERT_TRUE(testing::WaitUntil([&] { return ShareNames().size() == 2; }));
+    TCPSocket downloading = SlowReader(port_, "/docs/big.bin");
+    ASSERT_EQ(testing::ParseResponse(testing::ReadHead(downloading)).status, 200);
+
+    auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(program_->Stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
+    EXPECT_EQ(ShareNames(), std::vector<std::string>{"big.bin"});
+}
+
+TEST_F(FaultInjectionEndToEndTest, TenThousandIdleConnectionsLeaveTheServerResponsive) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    // Each connection has a thread, which the sanitizers make many times dearer.
+    constexpr size_t kWanted = 2000;
+#else
+    constexpr size_t kWanted = 10000;
+#endif
+    rlimit own{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &own), 0);
+    const rlimit saved = own;
+    // The test and the program each hold one end of every connection, under one limit.
+    const size_t count = std::min<size_t>(kWanted, own.rlim_max > 400 ? own.rlim_max - 200 : 0);
+    if (count < 100) GTEST_SKIP() << "the descriptor limit allows only " << own.rlim_max;
+    own.rlim_cur = own.rlim_max;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &own), 0);
+    Start("keepAliveTimeout=600\r\n");
+    ProcessView program(program_->Pid());
+
+    std::vector<TCPSocket> idle;
+    idle.reserve(count);
+    for (size_t i = 0; i < count; ++i)
+        idle.push_back(testing::ConnectTo(port_));
+    ASSERT_TRUE(testing::WaitUntil([&] { return program.OpenDescriptors() >= count; }, 60s));
+
+    auto started = std::chrono::steady_clock::now();
+    HttpResponse listing = Visit("/docs/");
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 1s);
+    EXPECT_EQ(listing.status, 200);
+    std::printf("%zu idle connections: %ld threads, %ld kB resident\n", count,
+                program.Status("Threads"), program.Status("VmRSS"));
+    RecordProperty("idle_connections", static_cast<int>(count));
+    RecordProperty("threads", static_cast<int>(program.Status("Threads")));
+    RecordProperty("resident_kb", static_cast<int>(program.Status("VmRSS")));
+
+    idle.clear();
+    Stop();
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &saved), 0);
+}
+
+}  // namespace
+}  // namespace Zarn
