@@ -7,7 +7,7 @@ TSAN_DIR     := build-tsan
 JOBS         ?= $(shell nproc 2>/dev/null || echo 2)
 ARGS         ?=
 
-.PHONY: all run test test-plain test-sanitize test-fuzz test-tsan fuzz deps deps-test deb format clean
+.PHONY: all run test test-plain test-sanitize test-fuzz test-tsan fuzz soak deps deps-test deb format clean
 
 all: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
@@ -89,6 +89,11 @@ deb: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target lumidrop lumidrop_man_page
 	cd $(BUILD_DIR) && cpack -G DEB
+
+# An hour of mixed load on the Release program (MINUTES=10 for a shorter one).
+MINUTES ?= 60
+soak: all
+	bench/soak $(MINUTES) --binary $(BUILD_DIR)/lumidrop
 
 deps:
 	@scripts/install-deps.sh
