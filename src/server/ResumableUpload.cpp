@@ -93,8 +93,12 @@ void RemoveFiles(int folder_fd, std::string_view id) {
 
 // A client whose answer to the last piece was lost asks for the offset again, and must
 // hear "all of it" rather than "unknown upload", or it sends the whole file a second time.
-// Kept in memory, not beside the files, so that the owner's folders hold no leftovers;
-// one entry per upload finished within the idle day.
+// Kept in memory, not beside the files, so that the owner's folders hold no leftovers.
+// A client asks again within seconds, so an hour is plenty; and the count is bounded, so
+// that a day of steady uploads does not grow the program.
+constexpr std::time_t kFinishedSeconds = 60 * 60;
+constexpr size_t kMaxFinished = 1024;
+
 struct FinishedUploads {
     std::mutex lock;
     std::map<std::string, std::pair<uint64_t, std::time_t>> lengths;  // id: length, when
@@ -226,7 +230,7 @@ std::optional<uint64_t> ResumableUpload::FinishedLength(std::string_view id, std
     FinishedUploads& finished = Finished();
     std::lock_guard hold(finished.lock);
     auto found = finished.lengths.find(std::string(id));
-    if (found == finished.lengths.end() || now - found->second.second >= kIdleSeconds) {
+    if (found == finished.lengths.end() || now - found->second.second >= kFinishedSeconds) {
         return std::nullopt;
     }
     return found->second.first;
@@ -240,8 +244,14 @@ std::optional<std::string> ResumableUpload::Complete(std::time_t now) {
     RemoveFiles(folder_fd_, id_);
     FinishedUploads& finished = Finished();
     std::lock_guard hold(finished.lock);
-    std::erase_if(finished.lengths,
-                  [now](const auto& entry) { return now - entry.second.second >= kIdleSeconds; });
+    std::erase_if(finished.lengths, [now](const auto& entry) {
+        return now - entry.second.second >= kFinishedSeconds;
+    });
+    if (finished.lengths.size() >= kMaxFinished) {
+        finished.lengths.erase(std::min_element(
+            finished.lengths.begin(), finished.lengths.end(),
+            [](const auto& a, const auto& b) { return a.second.second < b.second.second; }));
+    }
     finished.lengths[id_] = {length, now};
     return placed;
 }

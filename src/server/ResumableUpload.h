@@ -44,8 +44,8 @@ public:
     [[nodiscard]] static std::optional<uint64_t> ParseNumber(std::string_view text);
     // 32 lower-case hexadecimal digits, as Create makes them.
     [[nodiscard]] static bool IsValidId(std::string_view id);
-    // The length of an upload this process completed within the idle day; nothing for
-    // any other id.
+    // The length of an upload this process completed within the last hour (the latest
+    // thousand or so); nothing for any other id.
     [[nodiscard]] static std::optional<uint64_t> FinishedLength(std::string_view id,
                                                                 std::time_t now);
 
