@@ -50,10 +50,9 @@ TEST(QrCodeTest, ZbarReadsBackTextsOfManyKinds) {
 // from 14 on, versions with version information, many blocks of unequal lengths, and the
 // irregular alignment spacing of version 32.
 TEST(QrCodeTest, EachVersionHoldsExactlyItsCapacityAndBeyondTheLargestNothingIsMade) {
-    const std::pair<size_t, int> kCapacity[] = {{14, 1},   {26, 2},   {42, 3},    {62, 4},
-                                                {84, 5},   {106, 6},  {122, 7},   {152, 8},
-                                                {180, 9},  {213, 10}, {362, 14},  {1538, 32},
-                                                {2331, 40}};
+    const std::pair<size_t, int> kCapacity[] = {
+        {14, 1},  {26, 2},  {42, 3},   {62, 4},   {84, 5},    {106, 6},  {122, 7},
+        {152, 8}, {180, 9}, {213, 10}, {362, 14}, {1538, 32}, {2331, 40}};
     for (auto [capacity, version] : kCapacity) {
         for (size_t length : {capacity, capacity + 1}) {
             if (version == 40 && length > capacity) continue;

@@ -10,7 +10,6 @@
  */
 #define _POSIX_C_SOURCE 200809L
 #include <lumidrop/plugin.h>
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -38,9 +37,15 @@ static void Note(const char* event) {
     fclose(file);
 }
 
-const char* GetPlugInAuthor(void) { return "Probe Author"; }
-const char* GetPlugInName(void) { return PROBE_NAME; }
-const char* GetPlugInVersion(void) { return "0.1"; }
+const char* GetPlugInAuthor(void) {
+    return "Probe Author";
+}
+const char* GetPlugInName(void) {
+    return PROBE_NAME;
+}
+const char* GetPlugInVersion(void) {
+    return "0.1";
+}
 
 int GetPlugInType(void) {
 #ifdef PROBE_ACTION
@@ -74,7 +79,9 @@ unsigned Initialize(const LumidropHost* given, unsigned host_version) {
 #endif
 }
 
-void Finalize(void) { Note("finalized"); }
+void Finalize(void) {
+    Note("finalized");
+}
 
 static int Say(LumidropRequest* request, const char* label, const char* value) {
     char line[8192];
@@ -97,9 +104,8 @@ static int Echo(LumidropRequest* request) {
     Say(request, "user", host->user_name(request));
     Say(request, "rights", rights);
     Say(request, "selected", host->query(request, "selectedFiles"));
-    Say(request, "local", wanted ? host->local_path(request, wanted,
-                                                    need ? (unsigned)atoi(need) : 0)
-                                 : NULL);
+    Say(request, "local",
+        wanted ? host->local_path(request, wanted, need ? (unsigned)atoi(need) : 0) : NULL);
     Say(request, "escaped", host->html_escape(request, "<a href=\"x\">&'"));
     Say(request, "encoded", host->url_encode(request, "a b/c"));
     Say(request, "translated", host->translate(request, "probe says hello"));
@@ -114,7 +120,8 @@ static int Post(LumidropRequest* request) {
     char buffer[4096];
     long total = 0;
     long got;
-    while ((got = host->read_body(request, buffer, sizeof buffer)) > 0) total += got;
+    while ((got = host->read_body(request, buffer, sizeof buffer)) > 0)
+        total += got;
     snprintf(buffer, sizeof buffer, "%ld", total);
     return Say(request, "body bytes", buffer);
 }
@@ -144,7 +151,8 @@ static int Slow(LumidropRequest* request) {
     int round;
     snprintf(path, sizeof path, "%sgo", host->plugin_folder);
     if (host->write_body(request, "first half,", 11) != 0) return 1;
-    for (round = 0; round < 500 && access(path, F_OK) != 0; ++round) nanosleep(&pause, NULL);
+    for (round = 0; round < 500 && access(path, F_OK) != 0; ++round)
+        nanosleep(&pause, NULL);
     return host->write_body(request, " second half", 12);
 }
 
