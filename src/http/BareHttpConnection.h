@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "http/RequestHead.h"
+#include "http/ResponseReader.h"
 #include "net/TCPSocket.h"
 
 namespace Zarn {
@@ -18,7 +18,6 @@ namespace Zarn {
 // calling thread; Abort, from another thread, ends a wait at once.
 class BareHttpConnection {
 public:
-    static constexpr size_t kHeadBufferBytes = 16 * 1024;
     static constexpr int kDefaultTimeoutSeconds = 10;
 
     // `url` is "http://host[:port]/path?query" (port 80 by default).
@@ -48,7 +47,6 @@ public:
 
 private:
     enum class BodyKind { kNone, kUrlEncoded, kMultipart };
-    enum class Framing { kLength, kChunked, kToClose };
     struct FormField {
         std::string name;
         std::string value;  // the value, or the path of a file field
@@ -59,14 +57,8 @@ private:
     [[nodiscard]] std::string PartHead(const FormField& field) const;
     // Sends the multipart body, files read in pieces.
     void SendMultipartBody();
-    [[nodiscard]] bool ReadHead();
-    // Makes input available; false at the end of the stream or on a failure.
-    [[nodiscard]] bool Fill();
-    [[nodiscard]] bool ReadLine(std::string& line);
-    int ReadChunked(char* buffer, int size);
-    [[nodiscard]] int TakeInput(char* buffer, size_t size);
-    // One receive into the input buffer's free end; false at a close or a failure.
-    [[nodiscard]] bool ReceiveInput();
+    // One receive into the reader's buffer: the count, 0 at a close, -1 on a failure.
+    long Receive(char* buffer, size_t size);
 
     std::string host_;
     std::string path_;
@@ -78,18 +70,7 @@ private:
 
     TCPSocket socket_;
     std::atomic<bool> aborted_{false};
-    bool failed_ = false;
-    bool peer_closed_ = false;
-    int status_ = -1;
-    HeaderMap response_headers_;
-
-    std::vector<char> input_;
-    size_t input_begin_ = 0;
-    size_t input_end_ = 0;
-    Framing framing_ = Framing::kToClose;
-    uint64_t remaining_ = 0;  // of the body (by length) or of the current chunk
-    bool in_chunk_ = false;   // inside a chunk's data (remaining_ counts what is left)
-    bool body_done_ = false;
+    ResponseReader reader_;
 };
 
 }  // namespace Zarn

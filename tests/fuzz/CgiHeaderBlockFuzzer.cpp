@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "PiecedInput.h"
 #include "http/ResponseHead.h"
 #include "server/CgiHeaderBlock.h"
 
@@ -51,13 +52,10 @@ Outcome Feed(std::string_view output, std::string_view pieces) {
 
 // The input: piece sizes, a newline, then the program's output.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string_view input(reinterpret_cast<const char*>(data), size);
-    const size_t newline = input.find('\n');
-    if (newline == std::string_view::npos) return -1;
-    const std::string_view pieces = input.substr(0, newline);
-    const std::string_view output = input.substr(newline + 1);
-    const Outcome whole = Feed(output, {});
-    if (!(whole == Feed(output, pieces))) __builtin_trap();
+    const std::optional<PiecedInput> input = PiecedInput::From(data, size);
+    if (!input) return -1;
+    const Outcome whole = Feed(input->bytes, {});
+    if (!(whole == Feed(input->bytes, input->pieces))) __builtin_trap();
     if (whole.taken > CgiHeaderBlock::kMaxBytes + 1) __builtin_trap();
     return 0;
 }
