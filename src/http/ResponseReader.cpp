@@ -124,7 +124,9 @@ int ResponseReader::ReadChunked(char* buffer, int size) {
     remaining_ -= static_cast<uint64_t>(got);
     if (remaining_ == 0) {
         in_chunk_ = false;
-        if (!ReadLine(line) || !line.empty()) return -1;  // the CRLF after the data
+        // A broken CRLF after the data fails the next read, not this one: the bytes are
+        // the chunk's whichever receive brought the line that follows them.
+        if (!ReadLine(line) || !line.empty()) failed_ = true;
     }
     return got;
 }

@@ -16,6 +16,7 @@
 #include "http/HttpConnection.h"
 #include "http/HttpRequest.h"
 #include "share/AccountManager.h"
+#include "share/MountManager.h"
 #include "transfer/NullTransferStatusAggregator.h"
 #include "ui/ConsoleSharingApi.h"
 #include "ui/SettingsCatalog.h"

@@ -20,6 +20,7 @@
 #include "server/PluginHostTable.h"
 #include "server/PluginRequest.h"
 #include "share/AccountManager.h"
+#include "share/MountManager.h"
 #include "transfer/NullTransferStatusAggregator.h"
 
 using namespace Zarn;

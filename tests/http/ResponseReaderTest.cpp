@@ -69,8 +69,8 @@ TEST(ResponseReaderTest, ReadsEachFramingAlikeInAnyPieces) {
     }
 }
 
-// Found by fuzzing: a chunk's bytes were handed out or dropped depending on whether the bad
-// line after them arrived in the same receive.
+// Caught by the response harness: a chunk's bytes were handed out or dropped depending on whether
+// the bad line after them arrived in the same receive.
 TEST(ResponseReaderTest, KeepsAChunksBytesWhenTheLineAfterThemIsBroken) {
     const std::string response =
         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabcdef\r\n0\r\n\r\n";
