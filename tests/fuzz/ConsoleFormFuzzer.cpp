@@ -2,7 +2,6 @@
 // form body and judged by the rules the console applies. What the rules accept must store,
 // save to the settings file and read back from it unchanged; what they refuse must leave
 // the settings as they were.
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <cstddef>
@@ -11,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "ScratchFolder.h"
 #include "config/KorvelConfig.h"
 #include "core/PathUtil.h"
 #include "http/HttpConnection.h"
@@ -28,12 +28,11 @@ namespace {
 
 // A settings file with one mount, "docs", that every run starts from.
 const std::string& StartingSettings() {
+    static const ScratchFolder home("lumidrop-form");
     static const std::string path = [] {
-        char home[] = "/dev/shm/lumidrop-form-XXXXXX";
-        if (::mkdtemp(home) == nullptr) __builtin_trap();
-        const std::string docs = std::string(home) + "/docs";
+        const std::string docs = home.Path() + "/docs";
         ::mkdir(docs.c_str(), 0700);
-        KorvelConfig config(std::string(home) + "/start.ini");
+        KorvelConfig config(home.Path() + "/start.ini");
         config.mounts = {Mount{.name = "docs", .local_path = docs}.ToElement()};
         if (!config.Save()) __builtin_trap();
         return config.GetPath();

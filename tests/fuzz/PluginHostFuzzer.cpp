@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "ScratchFolder.h"
 #include "config/KorvelConfig.h"
 #include "core/PathUtil.h"
 #include "core/UrlCodec.h"
@@ -28,21 +29,17 @@ using namespace Zarn;
 namespace {
 
 struct Share {
-    std::string folder;  // the mount's folder as the kernel names it
+    ScratchFolder home{"lumidrop-plugin"};
+    std::string folder = home.Path() + "/share";
     KorvelConfig config;
     MountManager mounts{config};
     AccountManager accounts{config, mounts};
 
     Share() {
-        char home[] = "/dev/shm/lumidrop-plugin-XXXXXX";
-        if (::mkdtemp(home) == nullptr) __builtin_trap();
-        ::mkdir((std::string(home) + "/share").c_str(), 0700);
-        char real[PATH_MAX];
-        if (::realpath((std::string(home) + "/share").c_str(), real) == nullptr) __builtin_trap();
-        folder = real;
+        ::mkdir(folder.c_str(), 0700);
         ::mkdir((folder + "/sub").c_str(), 0700);
         ::close(::open((folder + "/sub/a.txt").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
-        if (::symlink(home, (folder + "/out").c_str()) != 0) __builtin_trap();
+        if (::symlink(home.Path().c_str(), (folder + "/out").c_str()) != 0) __builtin_trap();
         mounts.SetMounts({Mount{.name = "m", .local_path = folder}.ToElement()});
     }
 };
