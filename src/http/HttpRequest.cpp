@@ -256,16 +256,34 @@ std::string& HttpRequest::Output() {
 }
 
 void HttpRequest::Send(const void* bytes, size_t length) {
+    length = AdmitBody(length);
+    if (length == 0) return;
+    Write(static_cast<const char*>(bytes), length);
+    body_sent_ += length;
+}
+
+void HttpRequest::SendWithNext(std::string_view bytes) {
+    // Past this much waiting, what waits leaves anyway: a run of records alone (the central
+    // directory, a tree of empty folders) still goes in a few large sends, and the buffer a
+    // connection keeps stays small.
+    constexpr size_t kWaitingBytes = 4096;
+    size_t length = AdmitBody(bytes.size());
+    if (length == 0) return;
+    Output().append(bytes.data(), length);
+    body_sent_ += length;
+    if (Output().size() >= kWaitingBytes) Flush(true);
+}
+
+size_t HttpRequest::AdmitBody(size_t length) {
     if (!response_begun_) throw std::logic_error("Body bytes before the response head");
-    if (length == 0 || response_ended_ || framing_ == BodyFraming::kNone) return;
+    if (length == 0 || response_ended_ || framing_ == BodyFraming::kNone) return 0;
     if (framing_ == BodyFraming::kLength) {
         // Never more than promised: the surplus would be read as the next response.
         length = static_cast<size_t>(
             std::min<uint64_t>(length, body_promised_ - std::min(body_promised_, body_sent_)));
     }
     if (framing_ == BodyFraming::kChunked) BeginChunk(length);
-    Write(static_cast<const char*>(bytes), length);
-    body_sent_ += length;
+    return length;
 }
 
 void HttpRequest::BeginChunk(uint64_t length) {

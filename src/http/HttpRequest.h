@@ -107,6 +107,10 @@ public:
     void MarkHeadersEnded();
     void Send(const void* bytes, size_t length);
     void Send(std::string_view bytes) { Send(bytes.data(), bytes.size()); }
+    // Body bytes that may wait to leave in front of the next Send, SendFileBody or
+    // EndResponse, in the same segment: for a few small records between large pieces
+    // (a zip entry's header), which would otherwise cost a send and a packet each.
+    void SendWithNext(std::string_view bytes);
     // Sends `length` bytes of an open file, from `offset`, as body bytes: straight from the
     // file to the socket (sendfile), in writes as large as the transfer status allows for
     // downloads, each reported and paced. Throws socket_exception when the connection
@@ -146,6 +150,9 @@ private:
     void SendAll(const char* bytes, size_t length, bool more = false);
     // The sendfile loop of SendFileBody.
     void SendFileBytes(int socket, int file_fd, off_t position, uint64_t left);
+    // How many of `length` body bytes the framing lets go now (0 for none), with the
+    // chunk's size line already waiting in front of them.
+    [[nodiscard]] size_t AdmitBody(size_t length);
     // Writes the size line of the next chunk into the output buffer.
     void BeginChunk(uint64_t length);
     // Body bytes as they go on the wire, sent at once after what the output buffer holds.

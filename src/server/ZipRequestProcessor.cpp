@@ -64,8 +64,13 @@ void CopyFile(HttpRequest& request, ZipStreamWriter& writer, int file, uint64_t 
 void StreamArchive(HttpRequest& request, const ZipContents& contents) {
     TransferStatusReporter& status = request.GetTransferStatus();
     uint64_t sent = 0;
-    ZipStreamWriter writer([&](std::string_view bytes) {
-        request.Send(bytes);
+    ZipStreamWriter writer([&](std::string_view bytes, bool record) {
+        // A header alone would cost a send and a packet of its own per file.
+        if (record) {
+            request.SendWithNext(bytes);
+        } else {
+            request.Send(bytes);
+        }
         sent += bytes.size();
         status.SetPosition(kDirectionDownload, sent);
     });

@@ -67,8 +67,8 @@ uint32_t DosTime(time_t modified) {
 
 }  // namespace
 
-void ZipStreamWriter::Emit(std::string_view bytes) {
-    sink_(bytes);
+void ZipStreamWriter::Emit(std::string_view bytes, bool record) {
+    sink_(bytes, record);
     offset_ += bytes.size();
 }
 
@@ -110,7 +110,7 @@ void ZipStreamWriter::Begin(const Entry& entry) {
 void ZipStreamWriter::Write(std::string_view bytes) {
     crc_.Update(bytes);
     written_ += bytes.size();
-    Emit(bytes);
+    Emit(bytes, false);
 }
 
 bool ZipStreamWriter::End() {
@@ -189,7 +189,7 @@ void ZipStreamWriter::WriteEndRecords(uint64_t directory_offset, uint64_t direct
         .U32(static_cast<uint32_t>(std::min<uint64_t>(directory_size, kMax32)))
         .U32(static_cast<uint32_t>(std::min<uint64_t>(directory_offset, kMax32)))
         .U16(0);
-    Emit(end.View());
+    Emit(end.View(), false);
 }
 
 void ZipStreamWriter::Finish() {
@@ -201,7 +201,7 @@ void ZipStreamWriter::Finish() {
 }
 
 uint64_t ZipStreamWriter::ArchiveSize(const std::vector<Entry>& entries) {
-    ZipStreamWriter counter([](std::string_view) {});
+    ZipStreamWriter counter([](std::string_view, bool) {});
     for (const Entry& entry : entries) {
         counter.Begin(entry);
         if (!counter.in_file_) continue;

@@ -19,7 +19,10 @@ namespace Zarn {
 // archive, used by one thread; the sink's exceptions pass through.
 class ZipStreamWriter {
 public:
-    using Sink = std::function<void(std::string_view)>;
+    // `record`: a header, descriptor or directory record, small and followed at once by
+    // more, so it may wait to leave with what comes next; file bytes and the archive's last
+    // record are not.
+    using Sink = std::function<void(std::string_view bytes, bool record)>;
 
     struct Entry {
         std::string name;   // "a/b.txt"; a folder's name ends in "/"
@@ -57,7 +60,7 @@ private:
         bool is_folder;
     };
 
-    void Emit(std::string_view bytes);
+    void Emit(std::string_view bytes, bool record = true);
     void WriteCentralRecord(const Record& record);
     void WriteEndRecords(uint64_t directory_offset, uint64_t directory_size);
 

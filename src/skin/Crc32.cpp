@@ -45,6 +45,21 @@ uint32_t LoadLittleEndian(const char* bytes) {
            static_cast<uint32_t>(b[2]) << 16 | static_cast<uint32_t>(b[3]) << 24;
 }
 
+uint32_t UpdateByTables(uint32_t state, const char* at, size_t left) {
+    for (; left >= 8; left -= 8, at += 8) {
+        uint32_t low = LoadLittleEndian(at) ^ state;
+        uint32_t high = LoadLittleEndian(at + 4);
+        state = kTables[7][low & 0xFFu] ^ kTables[6][(low >> 8) & 0xFFu] ^
+                kTables[5][(low >> 16) & 0xFFu] ^ kTables[4][low >> 24] ^ kTables[3][high & 0xFFu] ^
+                kTables[2][(high >> 8) & 0xFFu] ^ kTables[1][(high >> 16) & 0xFFu] ^
+                kTables[0][high >> 24];
+    }
+    for (; left > 0; --left, ++at) {
+        state = kTables[0][(state ^ static_cast<unsigned char>(*at)) & 0xFFu] ^ (state >> 8);
+    }
+    return state;
+}
+
 }  // namespace
 
 void Crc32::Update(std::string_view bytes) {
@@ -57,24 +72,17 @@ void Crc32::Update(std::string_view bytes) {
         at += whole;
         left -= whole;
     }
-    for (; left >= 8; left -= 8, at += 8) {
-        uint32_t low = LoadLittleEndian(at) ^ state;
-        uint32_t high = LoadLittleEndian(at + 4);
-        state = kTables[7][low & 0xFFu] ^ kTables[6][(low >> 8) & 0xFFu] ^
-                kTables[5][(low >> 16) & 0xFFu] ^ kTables[4][low >> 24] ^ kTables[3][high & 0xFFu] ^
-                kTables[2][(high >> 8) & 0xFFu] ^ kTables[1][(high >> 16) & 0xFFu] ^
-                kTables[0][high >> 24];
-    }
-    for (; left > 0; --left, ++at) {
-        state = kTables[0][(state ^ static_cast<unsigned char>(*at)) & 0xFFu] ^ (state >> 8);
-    }
-    state_ = state;
+    state_ = UpdateByTables(state, at, left);
 }
 
 uint32_t Crc32::Of(std::string_view bytes) {
     Crc32 crc;
     crc.Update(bytes);
     return crc.Value();
+}
+
+uint32_t Crc32::OfByTables(std::string_view bytes) {
+    return ~UpdateByTables(0xFFFFFFFFu, bytes.data(), bytes.size());
 }
 
 }  // namespace Teko

@@ -14,6 +14,9 @@ public:
     [[nodiscard]] uint32_t Value() const { return ~state_; }
 
     [[nodiscard]] static uint32_t Of(std::string_view bytes);
+    // Of() by slicing by eight alone, whatever the processor offers: the reference that the
+    // folding paths are held to.
+    [[nodiscard]] static uint32_t OfByTables(std::string_view bytes);
 
 private:
     uint32_t state_ = 0xFFFFFFFFu;

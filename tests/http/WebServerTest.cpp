@@ -9,6 +9,7 @@
 #include "core/ManualResetEvent.h"
 #include "core/UniqueFd.h"
 #include "http/WebServer.h"
+#include "support/HttpClient.h"
 #include "support/LogCapture.h"
 #include "support/LoopbackPair.h"
 #include "support/TempFolder.h"
@@ -231,6 +232,43 @@ TEST_F(WebServerTest, AFileThatEndsEarlySendsWhatItHasAndSaysSo) {
               "HTTP/1.1 200 OK\r\nConnection:close\r\n\r\n456789");
     EXPECT_TRUE(
         capture.WaitFor(kLogConnection, "Exception: The file ended before its length was sent"));
+}
+
+// Records that wait to leave with what follows them: mixed with sends and a file, in both
+// framings, they arrive byte for byte and in order; a run of them longer than the waiting
+// limit, the last one before the end, and one past the promised length (cut) all hold, and
+// the connection serves its next request, so every record counted as sent.
+TEST_F(WebServerTest, RecordsThatWaitLeaveInOrderWithWhatFollowsInBothFramings) {
+    testing::TempFolder folder;
+    folder.Write("data.bin", "FILE");
+    const std::string big(100000, 'b'), run(5000, 'r');
+    const std::string body = "h1" + big + "d1h2FILE" + run + "e!";
+    Serve([&](HttpRequest& request) {
+        ResponseHead head(200, "OK");
+        head.AllowKeepAlive();
+        if (request.GetPath() == "length") head.SetContentLength(body.size());
+        request.SendHead(head);
+        request.SendWithNext("h1");
+        request.Send(big);
+        request.SendWithNext("d1");
+        request.SendWithNext("h2");
+        UniqueFd file(::open((folder / "data.bin").c_str(), O_RDONLY | O_CLOEXEC));
+        request.SendFileBody(file.Get(), 0, 4);
+        request.SendWithNext(run);
+        request.SendWithNext("e!");
+        request.SendWithNext("cut");
+        request.EndResponse();
+    });
+    TCPSocket client = ConnectTo(server_.GetPort());
+    SendAll(client, "GET /length HTTP/1.1\r\n\r\n");
+    bool chunked = true;
+    testing::HttpResponse framed = testing::ReadResponse(client, false, &chunked);
+    EXPECT_FALSE(chunked);
+    EXPECT_TRUE(framed.body == body) << framed.body.size() << " bytes";
+    SendAll(client, "GET /chunks HTTP/1.1\r\n\r\n");
+    testing::HttpResponse chunks = testing::ReadResponse(client, false, &chunked);
+    EXPECT_TRUE(chunked);
+    EXPECT_TRUE(chunks.body == body + "cut") << chunks.body.size() << " bytes";
 }
 
 }  // namespace
