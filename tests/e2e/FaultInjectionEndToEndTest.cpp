@@ -124,6 +124,7 @@ TEST_F(FaultInjectionEndToEndTest, RunningOutOfDescriptorsPausesAcceptingUntilSo
     // where the plain build answers; until that is understood this runs in the plain build.
     GTEST_SKIP() << "the sanitizer runtime ends the program at three spare descriptors";
 #endif
+    share_.Write("a.txt", "a");
     // With the console's line read, start-up has opened all it opens.
     StartWithConsole();
     ProcessView program(program_->Pid());
@@ -135,6 +136,18 @@ TEST_F(FaultInjectionEndToEndTest, RunningOutOfDescriptorsPausesAcceptingUntilSo
     for (int i = 0; i < 3; ++i)
         held.push_back(testing::ConnectTo(port_));
     ASSERT_TRUE(testing::WaitUntil([&] { return program.OpenDescriptors(limit) == limit; }));
+
+    // The last connection in took the last descriptor: what it asks for is there but
+    // cannot be opened, which is no reason to call it missing.
+    for (const std::string target : {"/docs/a.txt", "/docs/", "/docs/?action=Zip"}) {
+        testing::SendAll(held.back(), "GET " + target + " HTTP/1.1\r\nHost: test\r\n\r\n");
+        HttpResponse busy = testing::ReadResponse(held.back());
+        EXPECT_EQ(busy.status, 503) << target;
+        EXPECT_EQ(busy.Header("Retry-After"), "5") << target;
+    }
+    EXPECT_TRUE(testing::WaitUntil([&] {
+        return CountOf(ProgramLog(), "No file descriptor left to open it, answered 503") == 3;
+    })) << ProgramLog();
 
     TCPSocket waiting = testing::ConnectTo(port_);
     testing::SendAll(waiting, "GET / HTTP/1.1\r\nHost: test\r\nConnection: close\r\n\r\n");
