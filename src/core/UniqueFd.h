@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace Zarn {
@@ -32,5 +33,12 @@ public:
 private:
     int fd_ = -1;
 };
+
+// Whether an open failed for want of a descriptor (the process's limit or the system's)
+// rather than for anything about the file: what failed then is likely there, and a retry
+// once other descriptors close may succeed.
+[[nodiscard]] inline bool IsOutOfDescriptors(int error) {
+    return error == EMFILE || error == ENFILE;
+}
 
 }  // namespace Zarn

@@ -1,9 +1,11 @@
 #include "server/HtmlPageSender.h"
 
+#include "core/UniqueFd.h"
 #include "core/UrlCodec.h"
 #include "core/Version.h"
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
+#include "log/Log.h"
 #include "server/TextFormat.h"
 #include "skin/SkinManager.h"
 
@@ -15,6 +17,10 @@ namespace {
 constexpr std::string_view kFallbackPage =
     "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>$title</title></head>"
     "<body><h1>$title</h1><p>$content</p></body></html>";
+
+// Long enough for a burst of connections to end and free their descriptors, short enough
+// that a client which honours it (a sync tool, a download manager) is not held up long.
+constexpr int kRetryAfterSeconds = 5;
 
 }  // namespace
 
@@ -58,6 +64,19 @@ void HtmlPageSender::SendErrorPage(int code, const std::string& reason,
     page.SetScalar("$title", std::to_string(code) + " " + HtmlEscape(reason));
     page.SetScalar("$content", content);
     Render(page, ResponseHead(code, HeaderSafe(reason)));
+}
+
+void HtmlPageSender::SendOpenFailure(int error) {
+    if (!IsOutOfDescriptors(error)) {
+        return SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+    }
+    request_.Log(kLogError, "No file descriptor left to open it, answered 503");
+    TextContent page;
+    page.SetScalar("$title", "503 Service Unavailable");
+    page.SetScalar("$content",
+                   Translate("서버에 열린 파일이 너무 많습니다. 잠시 후 다시 시도해 주세요."));
+    Render(page, ResponseHead(503, "Service Unavailable")
+                     .Add("Retry-After", std::to_string(kRetryAfterSeconds)));
 }
 
 void HtmlPageSender::SendLoginRefused() {

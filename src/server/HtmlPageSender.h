@@ -43,6 +43,10 @@ public:
     void SendMessagePageWithAddress(const std::string& title, const std::string& address,
                                     const std::string& content);
     void SendErrorPage(int code, const std::string& reason, const std::string& content);
+    // 404 for a path whose open failed with `error` (its errno), unless the failure was a
+    // want of descriptors: then 503 with a Retry-After, logged, since the file is there
+    // and the owner may need to raise the limit.
+    void SendOpenFailure(int error);
     // 401 pages with a Basic challenge for the realm "/", so the browser asks (again).
     void SendLoginRefused();
     void SendLogoutPage();

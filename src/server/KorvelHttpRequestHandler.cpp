@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <ctime>
 
 #include "config/KorvelConfig.h"
@@ -274,14 +275,17 @@ void KorvelHttpRequestHandler::DispatchMounted(HttpRequest& request, HtmlPageSen
             .MakeDirectory(request);
     }
     // A path that leads out of its mount through a link is missing, like one that is.
+    // errno tells that from a mount folder that could not be opened for want of descriptors.
+    errno = 0;
     std::optional<LocalTarget> target = services_.mounts->ResolveTarget(path);
-    if (!target) return SendNotFound(pages);
+    if (!target) return pages.SendOpenFailure(errno);
     // One open serves both the look at what the path is and the download, which spares
     // every download a second walk of its path. O_NONBLOCK: a FIFO must not hold the open.
     UniqueFd opened = target->Open(O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!opened.IsValid() && IsOutOfDescriptors(errno)) return pages.SendOpenFailure(errno);
     struct stat info {};
     bool found = opened.IsValid() ? ::fstat(opened.Get(), &info) == 0 : target->Stat(info);
-    if (!found) return SendNotFound(pages);
+    if (!found) return pages.SendOpenFailure(errno);
     if (S_ISDIR(info.st_mode)) {
         if ((*rights & kRightList) == 0) return pages.SendLoginRefused();
         listing.rights = *rights;
@@ -336,9 +340,11 @@ void KorvelHttpRequestHandler::SendZip(HttpRequest& request, HtmlPageSender& pag
     // it as well as the right to download.
     constexpr uint32_t kNeeded = kRightList | kRightDownload;
     if ((rights & kNeeded) != kNeeded) return pages.SendLoginRefused();
+    errno = 0;
     std::optional<LocalTarget> target = services_.mounts->ResolveTarget(request.GetPath());
     struct stat info {};
-    if (!target || !target->Stat(info) || !S_ISDIR(info.st_mode)) return SendNotFound(pages);
+    if (!target || !target->Stat(info)) return pages.SendOpenFailure(errno);
+    if (!S_ISDIR(info.st_mode)) return SendNotFound(pages);
     CounterToken token;
     if (!AcquireDownloadToken(request, pages, token)) return;
     ZipRequestProcessor(std::move(*target), services_.config->showHiddenFiles).SendZip(request);

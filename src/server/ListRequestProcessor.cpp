@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 
 #include "config/KorvelConfig.h"
@@ -77,6 +78,9 @@ void ListRequestProcessor::SendFolder(HttpRequest& request) {
         options_.target != nullptr
             ? options_.target->Open(O_PATH | O_DIRECTORY)
             : UniqueFd(::open(options_.local_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.IsValid() && IsOutOfDescriptors(errno)) {
+        return HtmlPageSender(request, options_.page).SendOpenFailure(errno);
+    }
     if (show_upper) SetFreeSpace(page, folder.Get());
     if (upload_allowed) page.SetScalar("$upload_path", UrlEncode(Concat({"/", path})));
     // The skin offers delete, rename and move only to whom the server will allow them.
@@ -84,7 +88,10 @@ void ListRequestProcessor::SendFolder(HttpRequest& request) {
     if ((options_.rights & kRightList) != 0 && (options_.rights & kRightDownload) != 0)
         page.SetScalar("$zip_allowed", "1");
     SetPluginRows(page, true);
-    SendPage(request, ReadFolder(folder.Get()), std::move(page), show_upper);
+    std::unique_ptr<ListingRows> rows = ReadFolder(folder.Get());
+    // An empty page would tell the visitor the folder is empty.
+    if (!rows) return HtmlPageSender(request, options_.page).SendOpenFailure(EMFILE);
+    SendPage(request, std::move(rows), std::move(page), show_upper);
 }
 
 void ListRequestProcessor::SetPluginRows(TextContent& page, bool in_folder) const {
@@ -117,8 +124,10 @@ bool ListRequestProcessor::IsListed(const TekoFileFind& find, bool show_hidden,
 std::unique_ptr<ListingRows> ListRequestProcessor::ReadFolder(int folder_fd) const {
     auto rows = std::make_unique<ListingRows>(options_.types);
     TekoFileFind find;
-    for (bool found = folder_fd >= 0 && find.FindFirstIn(folder_fd, "*"); found;
-         found = find.FindNext()) {
+    errno = 0;
+    bool found = folder_fd >= 0 && find.FindFirstIn(folder_fd, "*");
+    if (!found && IsOutOfDescriptors(errno)) return nullptr;
+    for (; found; found = find.FindNext()) {
         if (!IsListed(find, options_.config->showHiddenFiles, options_.target)) continue;
         if (find.IsDirectory()) {
             rows->AddFolder(find.GetName());

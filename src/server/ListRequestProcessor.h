@@ -55,6 +55,7 @@ public:
 private:
     void SendRoot(HttpRequest& request);
     void SendFolder(HttpRequest& request);
+    // Null when the folder could not be read for want of descriptors.
     [[nodiscard]] std::unique_ptr<ListingRows> ReadFolder(int folder_fd) const;
     // "$view_plugins" and "$action_plugins": the plug-ins this visitor may run here.
     void SetPluginRows(TextContent& page, bool in_folder) const;
