@@ -19,6 +19,9 @@ bool IsValidRequestPath(std::string_view path) {
 
 bool IsValidSelection(std::string_view lines) {
     for (std::string_view line : Split(lines, '\n')) {
+        // Forms end their lines with CR LF and every reader of a selection drops the CR, so
+        // the line is judged as it will be read: "..\r" is "..".
+        if (line.ends_with('\r')) line.remove_suffix(1);
         if (!IsValidRequestPath(line)) return false;
     }
     return true;

@@ -207,6 +207,21 @@ TEST_F(ZipEndToEndTest, ArchivesHoldWhatTheListingShowsAndNoMore) {
     EXPECT_EQ(testing::Fetch(port_, Request("GET", "/docs/?action=Zip")).status, 401);
 }
 
+// Forms end a selection's lines in CR LF, and the archive reads "..\r" as "..": it is
+// refused as ".." is, also where hidden names are shared and a dot name would pass.
+TEST_F(ZipEndToEndTest, SelectionLineEndingInCarriageReturnCannotClimb) {
+    share_.Write("top.txt", "top");
+    share_.Write("sub/inner.txt", "inner");
+    Start("showHiddenFiles=1\r\n");
+    for (std::string selection : {"..%0D", "inner.txt%0D%0A..%0D%0A"}) {
+        testing::HttpResponse response =
+            testing::Fetch(port_, Request("POST", "/docs/sub/?action=Zip", OwnOrigin(port_),
+                                          "selectedFiles=" + selection));
+        EXPECT_EQ(response.status, 301) << selection;
+        EXPECT_FALSE(Contains(response.body, "top.txt")) << selection;
+    }
+}
+
 // A tree past every 32-bit limit of the format: a 5 GiB file (sparse, with marks that a
 // misplaced byte would move) and 70,000 small files. The program's memory stays flat
 // while the big file streams, and a visitor who leaves halfway frees the download place.
