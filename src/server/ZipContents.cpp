@@ -80,7 +80,11 @@ bool ZipContents::AddFolder(const std::string& relative, const std::string& arch
     entries_.push_back({.name = archive_name, .size = 0, .modified = info.st_mtime});
     relatives_.emplace_back();
     open_folders_.push_back(identity);
-    for (const auto& [name, is_folder] : ListVisible(folder.Get(), relative)) {
+    std::vector<std::pair<std::string, bool>> children = ListVisible(folder.Get(), relative);
+    // Closed before going down: a descriptor held per level would run the process out of
+    // them in a tree that visitors made deep one new folder at a time.
+    folder.Reset();
+    for (const auto& [name, is_folder] : children) {
         std::string child = Join(relative, name);
         if (is_folder) {
             (void)AddFolder(child, archive_name + name + "/");

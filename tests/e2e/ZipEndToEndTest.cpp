@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -220,6 +221,23 @@ TEST_F(ZipEndToEndTest, SelectionLineEndingInCarriageReturnCannotClimb) {
         EXPECT_EQ(response.status, 301) << selection;
         EXPECT_FALSE(Contains(response.body, "top.txt")) << selection;
     }
+}
+
+// Visitors who may upload can make a tree deep one folder at a time. Walking it takes a
+// descriptor or two, not one per level: under a small limit the deepest file is still in.
+TEST_F(ZipEndToEndTest, DeepTreeTakesNoDescriptorPerLevel) {
+    std::string deepest = "deep";
+    for (int level = 0; level < 300; ++level)
+        deepest += "/d";
+    share_.Write(deepest + "/bottom.txt", "bottom");
+    Start();
+    rlimit limit{};
+    ASSERT_EQ(::prlimit(program_->Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    limit.rlim_cur = 128;
+    ASSERT_EQ(::prlimit(program_->Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    testing::HttpResponse zip = testing::Fetch(port_, Request("GET", "/docs/deep/?action=Zip"));
+    ASSERT_EQ(zip.status, 200);
+    EXPECT_TRUE(Contains(zip.body, "/d/bottom.txt"));
 }
 
 // A tree past every 32-bit limit of the format: a 5 GiB file (sparse, with marks that a
