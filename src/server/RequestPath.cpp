@@ -50,8 +50,9 @@ std::string NormalizeRequestPath(std::string_view path) {
 
 bool IsVisibleName(std::string_view name, bool show_hidden) {
     if (IncomingFile::IsTemporaryName(name)) return false;
-    // What visitors deleted stays the owner's business, whatever else is shared.
-    if (name == MountTrash::kFolderName) return false;
+    // What visitors deleted stays the owner's business, whatever else is shared; in any
+    // spelling, which names the same folder on a FAT or exFAT drive.
+    if (EqualsIgnoringCase(name, MountTrash::kFolderName)) return false;
     return show_hidden || !name.starts_with('.');
 }
 
