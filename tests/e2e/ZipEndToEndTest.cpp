@@ -224,12 +224,17 @@ TEST_F(ZipEndToEndTest, SelectionLineEndingInCarriageReturnCannotClimb) {
 }
 
 // Visitors who may upload can make a tree deep one folder at a time. Walking it takes a
-// descriptor or two, not one per level: under a small limit the deepest file is still in.
+// descriptor or two and no stack per level: under a small descriptor limit the deepest
+// file is still in.
 TEST_F(ZipEndToEndTest, DeepTreeTakesNoDescriptorPerLevel) {
-    std::string deepest = "deep";
-    for (int level = 0; level < 300; ++level)
-        deepest += "/d";
-    share_.Write(deepest + "/bottom.txt", "bottom");
+    UniqueFd folder(::open(share_.Path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (int level = 0; level < 400; ++level) {
+        const char* name = level == 0 ? "deep" : "d";
+        ASSERT_EQ(::mkdirat(folder.Get(), name, 0755), 0);
+        folder = UniqueFd(::openat(folder.Get(), name, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    ASSERT_TRUE(UniqueFd(::openat(folder.Get(), "bottom.txt", O_WRONLY | O_CREAT | O_CLOEXEC, 0644))
+                    .IsValid());
     Start();
     rlimit limit{};
     ASSERT_EQ(::prlimit(program_->Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
