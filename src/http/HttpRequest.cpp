@@ -57,6 +57,10 @@ void HttpRequest::ParseHeader(std::string_view header_text) {
     if (length != head_.headers.end()) {
         content_length_ = RequestHead::ParseContentLength(length->second);
     }
+    // RFC 9112 section 6.1: such a body ends where its coding says, and Content-Length
+    // must not be trusted beside it. Read by the length, its bytes would reach us as a
+    // request of their own that a proxy in front passed along as part of this one.
+    body_in_transfer_coding_ = head_.headers.contains("TRANSFER-ENCODING");
     std::string expect;
     awaits_continue_ = content_length_ > 0 && head_.version == "HTTP/1.1" &&
                        GetHeader("EXPECT", expect) && ToLowerAscii(Trim(expect)) == "100-continue";
@@ -410,7 +414,7 @@ void HttpRequest::SendAll(const char* bytes, size_t length, bool more) {
 }
 
 void HttpRequest::DisposeBody() {
-    if (form_too_large_) {
+    if (form_too_large_ || body_in_transfer_coding_) {
         body_left_unread_ = true;
         Log(kLogTrace, "Form too large, body not read");
         return;

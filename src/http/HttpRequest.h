@@ -138,6 +138,9 @@ public:
     [[nodiscard]] bool IsKeepAlive() const { return keep_alive_ && !body_left_unread_; }
     // The response went out before the request's body was read (or asked for).
     [[nodiscard]] bool IsBodyLeftUnread() const { return body_left_unread_; }
+    // The body is framed by a Transfer-Encoding, which this server does not read: the
+    // request must be refused unread and its connection closed.
+    [[nodiscard]] bool HasBodyInTransferCoding() const { return body_in_transfer_coding_; }
 
 private:
     void PrepareBody();
@@ -173,6 +176,7 @@ private:
     bool body_left_unread_ = false;  // answered before the client sent its body
     bool form_unread_ = false;       // an urlencoded body waits for its first parameter
     bool form_too_large_ = false;
+    bool body_in_transfer_coding_ = false;
     std::unique_ptr<MultipartReader> multipart_;
     mutable std::optional<std::string> client_address_;
 

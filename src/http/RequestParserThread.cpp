@@ -98,6 +98,12 @@ bool RequestParserThread::ServeOneRequest() {
     connection_.SetKeepAliveTimeout(std::chrono::milliseconds(keep_alive_timeout_ms_.load()));
     if (!connection_.ReadHeader(request)) return false;
     request.Log(kLogTrace, "Requested");
+    if (request.HasBodyInTransferCoding()) {
+        request.SendHead(ResponseHead(501, "Not Implemented").SetContentLength(0));
+        request.EndResponse();
+        LingerBeforeClose();
+        return false;
+    }
 
     std::string target = request.GetTarget();
     for (char& c : target) {

@@ -94,12 +94,17 @@ IncomingFile::~IncomingFile() {
 }
 
 bool IncomingFile::IsTemporaryName(std::string_view name) {
-    return name.size() > kTemporaryPrefix.size() + kTemporaryExtension.size() &&
-           name.starts_with(kTemporaryPrefix) && name.ends_with(kTemporaryExtension);
+    // In any spelling: on FAT and exFAT drives "UPLOADING_A.lumidrop" opens the same file.
+    size_t prefix = kTemporaryPrefix.size();
+    size_t extension = kTemporaryExtension.size();
+    return name.size() > prefix + extension &&
+           EqualsIgnoringCase(name.substr(0, prefix), kTemporaryPrefix) &&
+           EqualsIgnoringCase(name.substr(name.size() - extension), kTemporaryExtension);
 }
 
 bool IncomingFile::IsResumableName(std::string_view name) {
-    return IsTemporaryName(name) && name.substr(kTemporaryPrefix.size()).starts_with("tus-");
+    return IsTemporaryName(name) &&
+           EqualsIgnoringCase(name.substr(kTemporaryPrefix.size(), 4), "tus-");
 }
 
 int IncomingFile::RemoveStale(int folder_fd) {

@@ -19,6 +19,7 @@
 #include "server/DownloadRequestProcessor.h"
 #include "server/IdentificationRequestProcessor.h"
 #include "server/ListRequestProcessor.h"
+#include "server/LoadedPlugin.h"
 #include "server/MakeDirectoryRequestProcessor.h"
 #include "server/PluginManager.h"
 #include "server/PluginRequestProcessor.h"
@@ -58,10 +59,18 @@ void SendNotFound(HtmlPageSender& pages) {
 
 // Whatever creates or changes something on the server; such requests must come from
 // this server's own pages.
-bool ChangesState(const HttpRequest& request, const std::string& action) {
+bool ChangesState(const HttpRequest& request, const std::string& action,
+                  const PluginManager* plugins) {
     HttpMethod method = request.GetMethod();
-    return method == HttpMethod::kPost || method == HttpMethod::kPatch ||
-           method == HttpMethod::kDelete || action == "MakeDirectory";
+    if (method == HttpMethod::kPost || method == HttpMethod::kPatch ||
+        method == HttpMethod::kDelete || action == "MakeDirectory") {
+        return true;
+    }
+    // An action plug-in acts on the entries ticked in the listing, by GET like the page's
+    // form; only a view plug-in may be linked to from elsewhere.
+    if (action != "Plugin" || plugins == nullptr) return false;
+    std::shared_ptr<const LoadedPlugin> plugin = plugins->Find(QueryValue(request, "plugin"));
+    return plugin && !plugin->IsView();
 }
 
 // Methods that only resumable uploads speak; anywhere else they are as unknown as any.
@@ -151,7 +160,8 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
     size_t query_count = request.GetQueryParameters().size();
 
     // HEAD asks what GET would answer, so it must not change anything either.
-    bool refused_head = request.IsHead() && ChangesState(request, action);
+    bool changes_state = ChangesState(request, action, services_.plugins);
+    bool refused_head = request.IsHead() && changes_state;
     if (IsUnknownMethod(request, action) || refused_head || path.find('\0') != std::string::npos) {
         return pages.SendErrorPage(400, "Bad Request", Translate("잘못된 요청입니다."));
     }
@@ -175,7 +185,7 @@ void KorvelHttpRequestHandler::Dispatch(HttpRequest& request) {
         return pages.SendErrorPage(403, "Forbidden",
                                    Translate("이 주소에서는 접근할 수 없습니다."));
     }
-    if (ChangesState(request, action) && IsCrossSiteRequest(request)) {
+    if (changes_state && IsCrossSiteRequest(request)) {
         return pages.SendErrorPage(403, "Forbidden",
                                    Translate("다른 사이트에서 보낸 요청은 받지 않습니다."));
     }

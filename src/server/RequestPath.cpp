@@ -19,6 +19,9 @@ bool IsValidRequestPath(std::string_view path) {
 
 bool IsValidSelection(std::string_view lines) {
     for (std::string_view line : Split(lines, '\n')) {
+        // Forms end their lines with CR LF and every reader of a selection drops the CR, so
+        // the line is judged as it will be read: "..\r" is "..".
+        if (line.ends_with('\r')) line.remove_suffix(1);
         if (!IsValidRequestPath(line)) return false;
     }
     return true;
@@ -47,8 +50,9 @@ std::string NormalizeRequestPath(std::string_view path) {
 
 bool IsVisibleName(std::string_view name, bool show_hidden) {
     if (IncomingFile::IsTemporaryName(name)) return false;
-    // What visitors deleted stays the owner's business, whatever else is shared.
-    if (name == MountTrash::kFolderName) return false;
+    // What visitors deleted stays the owner's business, whatever else is shared; in any
+    // spelling, which names the same folder on a FAT or exFAT drive.
+    if (EqualsIgnoringCase(name, MountTrash::kFolderName)) return false;
     return show_hidden || !name.starts_with('.');
 }
 

@@ -110,7 +110,11 @@ ResponseHead TusRequestProcessor::Create(const HttpRequest& request, int folder_
     if (deferred ? Trim(deferral) != "1" || length : !length) {
         return ResponseHead(400, "Bad Request");
     }
-    if (!name) return ResponseHead(400, "Bad Request");
+    // Keys and base64 values are printable ASCII; anything else (a lone CR above all) would
+    // come back verbatim in the head that answers HEAD.
+    bool printable =
+        std::all_of(metadata.begin(), metadata.end(), [](char c) { return c >= 0x20 && c < 0x7F; });
+    if (!name || !printable) return ResponseHead(400, "Bad Request");
     // Creation is when a folder's abandoned uploads are looked for: nobody else comes by.
     ResumableUpload::RemoveExpired(folder_fd, options_.now);
     std::optional<uint64_t> free_bytes = FreeBytes(folder_fd);

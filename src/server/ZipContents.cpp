@@ -66,6 +66,30 @@ bool ZipContents::AddFile(const std::string& relative, const std::string& archiv
 }
 
 bool ZipContents::AddFolder(const std::string& relative, const std::string& archive_name) {
+    // A loop, not a recursion: visitors who may upload can make a tree thousands of folders
+    // deep, one new folder at a time, and a connection thread's stack is small.
+    std::vector<Level> levels;
+    if (!EnterFolder(relative, archive_name, levels)) return false;
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (level.next == level.children.size()) {
+            levels.pop_back();
+            open_folders_.pop_back();
+            continue;
+        }
+        const auto& [name, is_folder] = level.children[level.next++];
+        std::string child = Join(level.relative, name);
+        if (is_folder) {
+            (void)EnterFolder(child, level.archive_name + name + "/", levels);
+        } else {
+            (void)AddFile(child, level.archive_name + name);
+        }
+    }
+    return true;
+}
+
+bool ZipContents::EnterFolder(const std::string& relative, const std::string& archive_name,
+                              std::vector<Level>& levels) {
     UniqueFd folder = target_.folder.OpenBelow(relative, O_RDONLY | O_DIRECTORY);
     struct stat info {};
     if (!folder.IsValid() || ::fstat(folder.Get(), &info) != 0) {
@@ -80,15 +104,11 @@ bool ZipContents::AddFolder(const std::string& relative, const std::string& arch
     entries_.push_back({.name = archive_name, .size = 0, .modified = info.st_mtime});
     relatives_.emplace_back();
     open_folders_.push_back(identity);
-    for (const auto& [name, is_folder] : ListVisible(folder.Get(), relative)) {
-        std::string child = Join(relative, name);
-        if (is_folder) {
-            (void)AddFolder(child, archive_name + name + "/");
-        } else {
-            (void)AddFile(child, archive_name + name);
-        }
-    }
-    open_folders_.pop_back();
+    // Read whole and closed before the walk goes down: a descriptor held per level would
+    // run the process out of them in a deep tree.
+    levels.push_back({.relative = relative,
+                      .archive_name = archive_name,
+                      .children = ListVisible(folder.Get(), relative)});
     return true;
 }
 

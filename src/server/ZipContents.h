@@ -32,7 +32,20 @@ public:
     [[nodiscard]] UniqueFd OpenEntry(size_t index) const;
 
 private:
+    // A folder the walk is inside: its visible entries, by name, each flagged when a
+    // folder, and how many of them were taken.
+    struct Level {
+        std::string relative;
+        std::string archive_name;
+        std::vector<std::pair<std::string, bool>> children;
+        size_t next = 0;
+    };
+
     [[nodiscard]] bool AddFolder(const std::string& relative, const std::string& archive_name);
+    // Adds the folder's own entry and a level for its walk; false, with nothing added, when
+    // it cannot be read or lies inside itself through a link.
+    [[nodiscard]] bool EnterFolder(const std::string& relative, const std::string& archive_name,
+                                   std::vector<Level>& levels);
     [[nodiscard]] bool AddFile(const std::string& relative, const std::string& archive_name);
     // The visible entries of the folder at `relative`, by name, each flagged when a folder.
     [[nodiscard]] std::vector<std::pair<std::string, bool>> ListVisible(
@@ -43,7 +56,7 @@ private:
     bool show_hidden_;
     std::vector<ZipStreamWriter::Entry> entries_;
     std::vector<std::string> relatives_;                 // beside entries_; empty for a folder
-    std::vector<std::pair<dev_t, ino_t>> open_folders_;  // the folders the walk is inside
+    std::vector<std::pair<dev_t, ino_t>> open_folders_;  // beside the levels of the walk
 };
 
 }  // namespace Zarn

@@ -203,6 +203,11 @@ TEST_F(PluginEndToEndTest, DispatchChecksRightsAndConfinesResources) {
     EXPECT_FALSE(Contains(listing, "probe_action"));
     Start();
     EXPECT_TRUE(Contains(Visit("/docs/sub/").body, "probe_action"));
+    // An action acts on what was ticked: no other site may make a visitor's browser run it;
+    // a view may be linked to from anywhere.
+    const std::string elsewhere = "Sec-Fetch-Site: cross-site\r\n";
+    EXPECT_EQ(Visit("/docs/sub/?action=Plugin&plugin=probe_action", elsewhere).status, 403);
+    EXPECT_EQ(Visit("/docs/sub/?action=Plugin&plugin=probe", elsewhere).status, 200);
     EXPECT_FALSE(Contains(Visit("/").body, "plugin=probe"));  // never at the root
     EXPECT_EQ(Visit("/docs/sub/a.txt?action=Plugin&plugin=probe").status, 404);
     EXPECT_EQ(Visit("/docs/sub/?action=Plugin&plugin=nothing").status, 404);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -93,6 +94,24 @@ TEST_F(RequestHardeningEndToEndTest, AnAbsoluteFormTargetServesTheFileItNames) {
     EXPECT_EQ(ranged.status, 206);
     EXPECT_TRUE(ranged.body == bytes.substr(256, 256));
     EXPECT_TRUE(Contains(Fetch(port_, "GET http://" + authority + " HTTP/1.1").body, "docs"));
+}
+
+// A proxy in front that reads the chunked coding passes this along as one request; read by
+// its Content-Length, the chunk would be a second one, made by nobody the proxy checked.
+TEST_F(RequestHardeningEndToEndTest, ABodyInATransferCodingIsRefusedAndNeverReadAsARequest) {
+    std::string hidden =
+        "GET /docs/?action=MakeDirectory&name=smuggled HTTP/1.1\r\nHost: test\r\n\r\n";
+    char size[16];
+    std::snprintf(size, sizeof size, "%zx\r\n", hidden.size());
+    for (std::string framing : {"Content-Length: 4\r\n", ""}) {
+        TCPSocket client = ConnectTo(port_);
+        SendAll(client, "GET /docs/ HTTP/1.1\r\nHost: test\r\nTransfer-Encoding: chunked\r\n" +
+                            framing + "\r\n" + size + hidden + "\r\n0\r\n\r\n");
+        std::string answers = ReadToClose(client);
+        EXPECT_EQ(ParseResponse(answers).status, 501) << framing;
+        EXPECT_EQ(answers.find("HTTP/1.1", 1), std::string::npos) << framing;
+    }
+    EXPECT_FALSE(share_.Exists("smuggled"));
 }
 
 TEST_F(RequestHardeningEndToEndTest, AFormOverOneMebibyteIsRefusedUnreadAndTheConnectionCloses) {

@@ -160,6 +160,12 @@ TEST_F(TusEndToEndTest, ALengthGivenLaterAndNamesThatMustNotBeTaken) {
                                     std::string(""), std::string("a\nb"), std::string(300, 'n')}) {
         EXPECT_EQ(Create(name, "Upload-Length: 1\r\n"), "") << name;
     }
+    // Metadata comes back in the head of every HEAD: a lone CR in it would split that head.
+    EXPECT_EQ(Send("POST", kFolder,
+                   "Tus-Resumable: 1.0.0\r\nUpload-Length: 1\r\nUpload-Metadata: filename " +
+                       Base64Encode("cr.txt") + ",x eA==\rSet-Cookie: a=b\r\n")
+                  .status,
+              400);
     EXPECT_TRUE(Pending().empty());
 }
 

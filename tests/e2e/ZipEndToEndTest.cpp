@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -205,6 +206,43 @@ TEST_F(ZipEndToEndTest, ArchivesHoldWhatTheListingShowsAndNoMore) {
 
     Start("authorities+=.anonymous|docs|1\r\n");  // list, but no download
     EXPECT_EQ(testing::Fetch(port_, Request("GET", "/docs/?action=Zip")).status, 401);
+}
+
+// Forms end a selection's lines in CR LF, and the archive reads "..\r" as "..": it is
+// refused as ".." is, also where hidden names are shared and a dot name would pass.
+TEST_F(ZipEndToEndTest, SelectionLineEndingInCarriageReturnCannotClimb) {
+    share_.Write("top.txt", "top");
+    share_.Write("sub/inner.txt", "inner");
+    Start("showHiddenFiles=1\r\n");
+    for (std::string selection : {"..%0D", "inner.txt%0D%0A..%0D%0A"}) {
+        testing::HttpResponse response =
+            testing::Fetch(port_, Request("POST", "/docs/sub/?action=Zip", OwnOrigin(port_),
+                                          "selectedFiles=" + selection));
+        EXPECT_EQ(response.status, 301) << selection;
+        EXPECT_FALSE(Contains(response.body, "top.txt")) << selection;
+    }
+}
+
+// Visitors who may upload can make a tree deep one folder at a time. Walking it takes a
+// descriptor or two and no stack per level: under a small descriptor limit the deepest
+// file is still in.
+TEST_F(ZipEndToEndTest, DeepTreeTakesNoDescriptorPerLevel) {
+    UniqueFd folder(::open(share_.Path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (int level = 0; level < 400; ++level) {
+        const char* name = level == 0 ? "deep" : "d";
+        ASSERT_EQ(::mkdirat(folder.Get(), name, 0755), 0);
+        folder = UniqueFd(::openat(folder.Get(), name, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    ASSERT_TRUE(UniqueFd(::openat(folder.Get(), "bottom.txt", O_WRONLY | O_CREAT | O_CLOEXEC, 0644))
+                    .IsValid());
+    Start();
+    rlimit limit{};
+    ASSERT_EQ(::prlimit(program_->Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    limit.rlim_cur = 128;
+    ASSERT_EQ(::prlimit(program_->Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    testing::HttpResponse zip = testing::Fetch(port_, Request("GET", "/docs/deep/?action=Zip"));
+    ASSERT_EQ(zip.status, 200);
+    EXPECT_TRUE(Contains(zip.body, "/d/bottom.txt"));
 }
 
 // A tree past every 32-bit limit of the format: a 5 GiB file (sparse, with marks that a

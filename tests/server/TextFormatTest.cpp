@@ -126,6 +126,11 @@ TEST(RequestPathTest, ValidatesAndNormalisesPaths) {
         EXPECT_EQ(NormalizeRequestPath(c.path), c.normal);
         EXPECT_TRUE(IsValidRequestPath(NormalizeRequestPath(c.path)));
     }
+    // Drives that ignore case open the trash and half-received files by any spelling.
+    for (const char* name :
+         {".LumiDrop-Trash", "UPLOADING_a.txt.lumidrop", "Uploading_tus-1.Lumidrop"})
+        EXPECT_FALSE(IsVisibleName(name, true)) << name;
+    EXPECT_TRUE(IsVisibleName("uploading_.txt", false));
     EXPECT_EQ(MountNameOf("docs/a/b"), "docs");
     EXPECT_EQ(MountNameOf("docs"), "docs");
 }
