@@ -1,12 +1,12 @@
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "support/RunningShare.h"
+#include "support/Shell.h"
 #include "support/WaitUntil.h"
 
 namespace Zarn::testing {
@@ -34,15 +34,9 @@ protected:
     // What `lumidrop ctl plugins ...` prints.
     [[nodiscard]] std::string Ctl(const std::string& words) const {
         EXPECT_TRUE(WaitUntil([&] { return home_.Exists("console.port"); }));
-        std::string command =
-            std::string(LUMIDROP_BINARY) + " ctl --home " + home_.Path() + " " + words;
-        std::string out;
-        FILE* pipe = ::popen(command.c_str(), "r");
-        char buffer[4096];
-        for (size_t got; pipe != nullptr && (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            out.append(buffer, got);
-        EXPECT_TRUE(pipe != nullptr && ::pclose(pipe) == 0) << words;
-        return out;
+        CommandResult ctl = Shell(LUMIDROP_BINARY " ctl --home " + home_.Path() + " " + words);
+        EXPECT_EQ(ctl.status, 0) << words;
+        return ctl.output;
     }
     [[nodiscard]] std::string Probe(const std::string& query, const std::string& headers = "") {
         return Visit("/docs/sub/?action=Plugin&plugin=probe&" + query, headers).body;
