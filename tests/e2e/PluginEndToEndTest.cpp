@@ -2,8 +2,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "support/RunningShare.h"
 #include "support/Shell.h"
@@ -232,8 +230,7 @@ TEST_F(PluginEndToEndTest, ReloadKeepsARunningRequestAlive) {
 // The example of docs/plugins.md builds with nothing but the public header and runs.
 TEST_F(PluginEndToEndTest, TheDocumentedExampleBuildsFromTheHeaderAloneAndAnswers) {
     TempFolder source;
-    std::ifstream file(LUMIDROP_SOURCE_DIR "/docs/plugins.md");
-    std::string guide{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::string guide = ReadWholeFile(LUMIDROP_SOURCE_DIR "/docs/plugins.md");
     size_t begin = guide.find("```c\n");
     ASSERT_NE(begin, std::string::npos);
     begin += 5;

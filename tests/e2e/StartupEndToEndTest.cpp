@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <fstream>
-
 #include "net/TCPServerSocket.h"
 #include "support/RunningShare.h"
 #include "support/Shell.h"
@@ -21,10 +19,7 @@ protected:
         share_.Write("a.txt", "first");
         more_.Write("b.lumi", "second");
     }
-    [[nodiscard]] std::string ProgramLog() const {
-        std::ifstream in(home_.Path() + ".stderr", std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    [[nodiscard]] std::string ProgramLog() const { return ReadWholeFile(home_.Path() + ".stderr"); }
     void Reload() const { ASSERT_EQ(::kill(program_->Pid(), SIGHUP), 0); }
     [[nodiscard]] bool LogShows(const std::string& text) const {
         return WaitUntil([&] { return Contains(ProgramLog(), text); });
