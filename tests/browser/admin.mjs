@@ -5,23 +5,20 @@
 // Environment: LUMIDROP_BINARY (the program).
 
 import fs from "node:fs";
-import os from "node:os";
 import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, scratchHome } from "./harness.mjs";
 
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-admin-"));
-const home = path.join(scratch, "home");
-const shared = path.join(scratch, "shared");
-for (const folder of [home, path.join(shared, "folder")]) fs.mkdirSync(folder, { recursive: true });
-for (const name of ["a.txt", "b.txt", "c.txt"]) fs.writeFileSync(path.join(shared, name), name);
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  "uiLanguageFile=English.wul\r\nconsolePort=0\r\n" +
-    `mounts+=docs|${shared}|x|yes|x|no\r\nauthorities+=.anonymous|docs|15\r\n`,
-);
+const files = { "shared/folder/": "" };
+for (const name of ["a.txt", "b.txt", "c.txt"]) files[`shared/${name}`] = name;
+const setup = scratchHome({
+  mounts: { docs: "shared" },
+  settings: ["consolePort=0", "authorities+=.anonymous|docs|15"],
+  files,
+});
+const shared = setup.at("shared");
 
-await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
+await runBrowserTest(setup, async ({ page, base, consoleUrl }) => {
   await page.goto(`${base}/docs/`);
   const box = (name) => page.locator(`tbody.entries input.plugin-pick[value="${name}"]`);
   const row = (name) => page.locator("tbody.entries a.entry-name", { hasText: name });

@@ -9,27 +9,22 @@
 
 import { randomBytes } from "node:crypto";
 import fs from "node:fs";
-import os from "node:os";
 import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, scratchHome, screenshot as shoot } from "./harness.mjs";
 
-const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-console-"));
-const home = path.join(scratch, "home");
-const folders = path.join(scratch, "folders");
-const inbox = path.join(folders, "inbox");
-const picks = path.join(scratch, "picks");
-for (const folder of [home, inbox, path.join(folders, "elsewhere"), picks]) {
-  fs.mkdirSync(folder, { recursive: true });
-}
-fs.writeFileSync(path.join(home, "mount.ini"), "uiLanguageFile=English.wul\r\nconsolePort=0\r\n");
 const uploadName = "slow-upload.bin";
-fs.writeFileSync(path.join(picks, uploadName), randomBytes(3 * 1024 * 1024));
+const setup = scratchHome({
+  settings: ["consolePort=0"],
+  files: { "folders/inbox/": "", "folders/elsewhere/": "", [`picks/${uploadName}`]: randomBytes(3 << 20) },
+});
+const { home, at } = setup;
+const folders = at("folders");
+const inbox = at("folders", "inbox");
 const uploadSpeed = 96; // KiB/s: the upload would last half a minute
 const settings = () => fs.readFileSync(path.join(home, "mount.ini"), "utf8");
 
-await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
+await runBrowserTest(setup, async ({ page, base, consoleUrl }) => {
   const address = await consoleUrl;
   check(address && address.includes("/?token="), `console address printed: ${address}`);
   const consoleBase = new URL(address).origin;
@@ -41,8 +36,7 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   };
   const changed = (endpoint) =>
     page.waitForResponse((response) => response.url().endsWith(`/api/v1/${endpoint}`));
-  const screenshot = (name) =>
-    page.screenshot({ path: path.join(buildDir, `browser-console-${name}.png`), fullPage: true });
+  const screenshot = (name) => shoot(page, `console-${name}`, true);
 
   // The token is swapped for a cookie that the page's own script cannot read.
   await page.goto(address);
@@ -116,7 +110,7 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   // watches the row move and kicks it.
   const visitor = await page.context().browser().newPage();
   await visitor.goto(`${base}/inbox/`);
-  await visitor.setInputFiles("#lumi-upload-files", path.join(picks, uploadName));
+  await visitor.setInputFiles("#lumi-upload-files", at("picks", uploadName));
   await visitor.click("form.upload-form button[type=submit]");
   await view("transfers");
   // The visitor's page also keeps a connection open to follow its progress; the upload's

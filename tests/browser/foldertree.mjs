@@ -5,27 +5,14 @@
 //
 // Environment: LUMIDROP_BINARY (the program).
 
-import fs from "node:fs";
-import os from "node:os";
-import path from "node:path";
+import { check, runBrowserTest, scratchHome } from "./harness.mjs";
 
-import { check, runBrowserTest } from "./harness.mjs";
-
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-browser-"));
-const home = path.join(scratch, "home");
-const share = path.join(scratch, "share");
 const hostile = "<img src=x onerror=alert(1)>";
-fs.mkdirSync(home);
-for (const folder of ["a/b/c", `a/${hostile}`, "x/y", "x/z"]) {
-  fs.mkdirSync(path.join(share, folder), { recursive: true });
-}
-fs.writeFileSync(path.join(share, "a", "file.txt"), "not a folder");
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  `mounts+=demo|${share}|x|yes|x|no\r\nuiLanguageFile=English.wul\r\ncanRootAccess=1\r\n`,
-);
+const files = { "share/a/file.txt": "not a folder" };
+for (const folder of ["a/b/c", `a/${hostile}`, "x/y", "x/z"]) files[`share/${folder}/`] = "";
+const setup = scratchHome({ mounts: { demo: "share" }, settings: ["canRootAccess=1"], files });
 
-await runBrowserTest({ home, scratch }, async ({ page, base }) => {
+await runBrowserTest(setup, async ({ page, base }) => {
   let alerted = false;
   page.on("dialog", (dialog) => {
     alerted = true;

@@ -7,10 +7,38 @@
 
 import { execFileSync, spawn } from "node:child_process";
 import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
 import readline from "node:readline";
 import { chromium } from "playwright-core";
 
 const timeout = 30000;
+export const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
+
+// A fresh scratch folder holding the test's `home` and whatever it shares: `files` maps
+// paths below the scratch folder to their bytes (a path ending in "/" is a folder), `mounts`
+// mount names to such folders; mount.ini gets the mounts, English and the `settings` lines.
+// `at(...)` names a path below the scratch folder.
+export function scratchHome({ mounts = {}, settings = [], files = {} } = {}) {
+  const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-browser-"));
+  const at = (...parts) => path.join(scratch, ...parts);
+  fs.mkdirSync(at("home"));
+  for (const folder of Object.values(mounts)) fs.mkdirSync(at(folder), { recursive: true });
+  for (const [name, bytes] of Object.entries(files)) {
+    fs.mkdirSync(path.dirname(at(name)), { recursive: true });
+    if (name.endsWith("/")) fs.mkdirSync(at(name), { recursive: true });
+    else fs.writeFileSync(at(name), bytes);
+  }
+  const lines = Object.entries(mounts).map(([name, folder]) => `mounts+=${name}|${at(folder)}|x|yes|x|no`);
+  lines.push("uiLanguageFile=English.wul", ...settings);
+  fs.writeFileSync(at("home", "mount.ini"), lines.map((line) => `${line}\r\n`).join(""));
+  return { scratch, home: at("home"), at };
+}
+
+// A screenshot of the page as it is now, in the build folder.
+export function screenshot(page, name, fullPage = false) {
+  return page.screenshot({ path: path.join(buildDir, `browser-${name}.png`), fullPage });
+}
 
 export function check(condition, what) {
   if (!condition) throw new Error(`check failed: ${what}`);
@@ -46,9 +74,6 @@ export async function stopProgram(child) {
   await exited;
 }
 
-// Runs `steps({ page, base, port, consoleUrl })` against the program started with `home`
-// (and any further `args`), then removes `scratch` (which holds the home folder and the
-// shared files) and exits.
 // What a phone's camera would read off the console's QR image as the page shows it now,
 // read by Debian's zbarimg from a screenshot saved as `file`.
 export async function scanQr(page, file) {
@@ -62,6 +87,9 @@ export async function scanQr(page, file) {
   }
 }
 
+// Runs `steps({ page, base, port, consoleUrl })` against the program started with `home`
+// (and any further `args`), then removes `scratch` (which holds the home folder and the
+// shared files) and exits.
 export async function runBrowserTest({ home, scratch, args = [] }, steps) {
   const { child, port: portPromise, consoleUrl } = startProgram(home, args);
   let browser;

@@ -6,18 +6,12 @@
 //
 // Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshots go).
 
-import fs from "node:fs";
 import net from "node:net";
-import os from "node:os";
 import path from "node:path";
 
-import { check, runBrowserTest, scanQr as scanHomeQr } from "./harness.mjs";
+import { buildDir, check, runBrowserTest, scanQr as scanHomeQr, scratchHome, screenshot } from "./harness.mjs";
 
-const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-home-"));
-const home = path.join(scratch, "home");
-fs.mkdirSync(home, { recursive: true });
-fs.writeFileSync(path.join(home, "mount.ini"), "uiLanguageFile=English.wul\r\nconsolePort=0\r\n");
+const setup = scratchHome({ settings: ["consolePort=0"] });
 
 // A port nobody listens on at this moment.
 function freePort() {
@@ -33,7 +27,7 @@ function freePort() {
 
 const scanQr = (page, name) => scanHomeQr(page, path.join(buildDir, `browser-home-${name}.png`));
 
-await runBrowserTest({ home, scratch }, async ({ page, port, consoleUrl }) => {
+await runBrowserTest(setup, async ({ page, port, consoleUrl }) => {
   const address = await consoleUrl;
   check(address, "console address printed");
   const consoleBase = new URL(address).origin;
@@ -102,6 +96,6 @@ await runBrowserTest({ home, scratch }, async ({ page, port, consoleUrl }) => {
   const box = await page.locator("#home-qr").boundingBox();
   check(box.x >= 0 && box.x + box.width <= 390 && box.width >= 200, `QR on a phone: ${JSON.stringify(box)}`);
   check((await scanQr(page, "qr-phone")) === second, "QR code reads on a phone");
-  await page.screenshot({ path: path.join(buildDir, "browser-home-phone.png"), fullPage: true });
+  await screenshot(page, "home-phone", true);
   console.log("browser home test passed");
 });

@@ -8,12 +8,9 @@
 // goes).
 
 import fs from "node:fs";
-import os from "node:os";
-import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, scratchHome, screenshot } from "./harness.mjs";
 
-const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
 // What a browser may open to one host over HTTP/1.1.
 const maxConnectionsPerHost = 6;
 
@@ -59,21 +56,13 @@ async function recordNetwork(page) {
   };
 }
 
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-browser-"));
-const home = path.join(scratch, "home");
-const share = path.join(scratch, "files");
-fs.mkdirSync(home);
-fs.mkdirSync(path.join(share, "a folder"), { recursive: true });
+const files = { "files/a folder/": "" };
 for (let i = 1; i <= 20; i += 1) {
   const name = `file ${String(i).padStart(2, "0")}.${["txt", "bin", "png", "zip"][i % 4]}`;
-  fs.writeFileSync(path.join(share, name), `file number ${i}\n`.repeat(i));
+  files[`files/${name}`] = `file number ${i}\n`.repeat(i);
 }
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  `mounts+=files|${share}|x|yes|x|no\r\nuiLanguageFile=English.wul\r\n`,
-);
 
-await runBrowserTest({ home, scratch }, async ({ page, base, port }) => {
+await runBrowserTest(scratchHome({ mounts: { files: "files" }, files }), async ({ page, base, port }) => {
   const network = await recordNetwork(page);
 
   await page.goto(`${base}/files/`, { waitUntil: "networkidle" });
@@ -104,6 +93,6 @@ await runBrowserTest({ home, scratch }, async ({ page, base, port }) => {
   check(listing?.wireStatus === 200, "the listing itself is fetched again");
   check(serverSideConnections(port) <= maxConnectionsPerHost, "the reload kept the connections");
 
-  await page.screenshot({ path: path.join(buildDir, "browser-keepalive.png"), fullPage: true });
+  await screenshot(page, "keepalive", true);
   console.log("browser keep-alive test passed");
 });

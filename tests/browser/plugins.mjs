@@ -1,31 +1,114 @@
-// Plug-ins as a visitor and the owner meet them in headless Chromium: the listing's action
-// plug-in takes the ticked files (names with blanks and "&" arrive whole, one per line),
-// and the console's Plug-ins page lists the libraries and reloads them.
+// Plug-ins as a visitor and the owner meet them in headless Chromium against the real
+// program. The shipped gallery, installed into the new home: a folder of 31 pictures shows
+// as thumbnails that load as they scroll into view, a click opens the full-size viewer, the
+// buttons and the arrow keys step through the pictures and Escape closes it; a name with
+// "<" and "&" shows as the text it is, and neither other files nor hidden pictures are
+// shown. The listing's action plug-in takes the ticked files (names with blanks and "&"
+// arrive whole, one per line), and the console's Plug-ins page lists the libraries and
+// reloads them.
 //
-// Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (the probe plug-ins).
+// Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (the probe plug-ins and
+// the screenshots).
 
 import fs from "node:fs";
-import os from "node:os";
 import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, scratchHome, screenshot } from "./harness.mjs";
 
-const plugins = path.join(process.env.LUMIDROP_BUILD_DIR, "probe-plugins");
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-plugins-"));
-const home = path.join(scratch, "home");
-const shared = path.join(scratch, "shared");
-for (const folder of [path.join(home, "Plugin"), shared]) fs.mkdirSync(folder, { recursive: true });
-for (const name of ["a b.txt", "c&d.txt", "e.txt"]) fs.writeFileSync(path.join(shared, name), name);
-fs.copyFileSync(path.join(plugins, "probe_action.so"), path.join(home, "Plugin", "probe_action.so"));
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  `uiLanguageFile=English.wul\r\nconsolePort=0\r\nmounts+=docs|${shared}|x|yes|x|no\r\n`,
-);
+const picture = fs.readFileSync(new URL("../../res/demo/pictures/gradient.png", import.meta.url));
+const awkward = "<b>&amp; x.png";
+const names = [awkward];
+for (let i = 1; i <= 30; i += 1) names.push(`pic-${String(i).padStart(2, "0")}.png`);
+const files = {
+  "shared/a b.txt": "a b.txt",
+  "shared/c&d.txt": "c&d.txt",
+  "shared/e.txt": "e.txt",
+  "pics/notes.txt": "not a picture",
+  "pics/.secret.png": picture,
+  "pics/More/inside.png": picture,
+};
+for (const name of names) files[`pics/${name}`] = picture;
+const { scratch, home } = scratchHome({
+  mounts: { docs: "shared", pics: "pics" },
+  settings: ["consolePort=0"],
+  files,
+});
+fs.mkdirSync(path.join(home, "Plugin"));
+const probes = path.join(process.env.LUMIDROP_BUILD_DIR, "probe-plugins");
+fs.copyFileSync(path.join(probes, "probe_action.so"), path.join(home, "Plugin", "probe_action.so"));
 
 // The shipped plug-ins are offered beside the probe.
 const probeButton = 'form.plugin-action:has(input[value="probe_action"]) button';
 
 await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
+  const fetched = new Set();
+  page.on("request", (request) => {
+    const { pathname } = new URL(request.url());
+    if (pathname.endsWith(".png")) fetched.add(decodeURIComponent(pathname));
+  });
+  // A phone's screen: one column, so most pictures lie far below the fold.
+  await page.setViewportSize({ width: 360, height: 640 });
+  await page.goto(`${base}/pics/?action=Plugin&plugin=gallery`);
+  const thumbs = page.locator("#gallery-grid a.gallery-thumb");
+  check((await thumbs.count()) === names.length, `${await thumbs.count()} thumbnails`);
+  // What is in view arrives; what lies far below waits for the scroll.
+  await page.waitForFunction(() => {
+    const first = document.querySelector("#gallery-grid img");
+    return first.complete && first.naturalWidth === 96;
+  });
+  const beforeScroll = fetched.size;
+  check(beforeScroll >= 2 && beforeScroll < names.length, `${beforeScroll} loaded unscrolled`);
+  check(!fetched.has("/pics/pic-30.png"), "the last picture waits");
+  for (let i = 0; i < names.length; i += 1) await thumbs.nth(i).scrollIntoViewIfNeeded();
+  await page.waitForFunction(
+    (count) =>
+      [...document.querySelectorAll("#gallery-grid img")].filter((img) => img.naturalWidth > 0)
+        .length === count,
+    names.length,
+  );
+
+  // The awkward name is text, never markup, in the grid and in the viewer.
+  check((await thumbs.first().locator("span").textContent()) === awkward, "name shown as text");
+  check((await page.locator("#gallery-grid b").count()) === 0, "no markup from a name");
+  check((await page.getAttribute("#gallery-listing", "href")) === "/pics/", "back to the listing");
+  await page.setViewportSize({ width: 1024, height: 768 });
+  await page.evaluate(() => window.scrollTo(0, 0));
+  await screenshot(page, "gallery");
+
+  // The viewer: opens on the clicked picture, steps both ways round the ends.
+  const position = () => page.textContent("#gallery-position");
+  await thumbs.nth(1).click();
+  await page.waitForSelector("#gallery-viewer[open]");
+  check((await position()) === `2 / ${names.length}`, `opened at ${await position()}`);
+  await page.waitForFunction(() => {
+    const full = document.getElementById("gallery-full");
+    const shownFile = decodeURIComponent(full.src);
+    return full.complete && full.naturalWidth === 96 && shownFile.endsWith("/pics/pic-01.png");
+  });
+  await screenshot(page, "gallery-viewer");
+  await page.click("#gallery-next");
+  check((await position()) === `3 / ${names.length}`, "next button");
+  await page.keyboard.press("ArrowRight");
+  check((await position()) === `4 / ${names.length}`, "right arrow");
+  const shown = decodeURIComponent(await page.getAttribute("#gallery-full", "src"));
+  check(shown.endsWith("/pics/pic-03.png"), `picture follows: ${shown}`);
+  await page.keyboard.press("ArrowLeft");
+  await page.keyboard.press("ArrowLeft");
+  await page.click("#gallery-previous");
+  check((await position()) === `1 / ${names.length}`, "back to the first");
+  check((await page.textContent("#gallery-caption")) === awkward, "caption as text");
+  await page.keyboard.press("ArrowLeft");
+  check((await position()) === `${names.length} / ${names.length}`, "round the start");
+  await page.keyboard.press("Escape");
+  await page.waitForFunction(() => !document.getElementById("gallery-viewer").open);
+
+  // A sub-folder is a link to its own gallery.
+  await page.click(".gallery-folders a");
+  await page.waitForSelector("#gallery-grid");
+  check((await page.textContent("h1")) === "More", "sub-folder gallery");
+  check((await page.locator("#gallery-grid img").count()) === 1, "its one picture");
+
+  // The probe, as an action on the ticked files of a listing.
   await page.goto(`${base}/docs/`);
   const boxes = page.locator("tbody.entries input.plugin-pick");
   check((await boxes.count()) === 3, "every file row has a box");

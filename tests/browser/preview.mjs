@@ -10,23 +10,13 @@
 // (where the screenshots go).
 
 import fs from "node:fs";
-import os from "node:os";
 import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, scratchHome, screenshot } from "./harness.mjs";
 
-const sourceDir = process.env.LUMIDROP_SOURCE_DIR;
-const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-preview-"));
-const home = path.join(scratch, "home");
-const share = path.join(scratch, "share");
+const setup = scratchHome({ mounts: { files: "share" }, files: { "share/many/": "" } });
+const share = setup.at("share");
 const many = path.join(share, "many");
-fs.mkdirSync(home);
-fs.mkdirSync(many, { recursive: true });
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  `mounts+=files|${share}|x|yes|x|no\r\nuiLanguageFile=English.wul\r\n`,
-);
 
 // Seconds of silence, 8 kHz 16-bit mono.
 function wav(seconds) {
@@ -79,7 +69,7 @@ const hostile =
 const svg =
   '<svg xmlns="http://www.w3.org/2000/svg" width="80" height="80">' +
   "<script>alert('svg')</script><rect width=\"80\" height=\"80\" fill=\"teal\"/></svg>";
-const picture = fs.readFileSync(path.join(sourceDir, "res", "demo", "pictures", "gradient.png"));
+const picture = fs.readFileSync(path.join(process.env.LUMIDROP_SOURCE_DIR, "res/demo/pictures/gradient.png"));
 // Past 1 MiB, with a two-byte character split by the cut.
 const big = "a".repeat(1048575) + "é and more";
 
@@ -94,7 +84,7 @@ for (let i = 0; i < 150; i += 1) {
   fs.writeFileSync(path.join(many, `p${String(i).padStart(3, "0")}.png`), picture);
 }
 
-await runBrowserTest({ home, scratch }, async ({ page, base }) => {
+await runBrowserTest(setup, async ({ page, base }) => {
   const dialogs = [];
   const asked = [];
   const watch = (target) => {
@@ -130,7 +120,7 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   check((await fileOf(".viewer-download", "href")) === "/files/a-picture.png", "download link");
   check((await page.getAttribute(".viewer-download", "download")) === "a-picture.png", "saves");
   check((await page.textContent(".viewer-count")) === "1 / 6", "six previewable files");
-  await page.screenshot({ path: path.join(buildDir, "browser-preview-viewer.png") });
+  await screenshot(page, "preview-viewer");
 
   // The sound plays from any point the visitor winds it to.
   await page.keyboard.press("ArrowRight");
@@ -221,7 +211,7 @@ await runBrowserTest({ home, scratch }, async ({ page, base }) => {
   await page.waitForFunction(() =>
     [...document.querySelectorAll("ul.grid img")].slice(0, 12).every((img) => img.naturalWidth > 0),
   );
-  await page.screenshot({ path: path.join(buildDir, "browser-preview-grid.png") });
+  await screenshot(page, "preview-grid");
   const last = `${base}/files/many/p149.png`;
   check(!asked.includes(last), "a picture far below is not fetched yet");
   await page.locator("ul.grid li").last().scrollIntoViewIfNeeded();

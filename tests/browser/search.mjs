@@ -5,29 +5,20 @@
 //
 // Environment: LUMIDROP_BINARY (the program).
 
-import fs from "node:fs";
-import os from "node:os";
-import path from "node:path";
+import { check, runBrowserTest, scratchHome } from "./harness.mjs";
 
-import { check, runBrowserTest } from "./harness.mjs";
-
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-browser-"));
-const home = path.join(scratch, "home");
-const share = path.join(scratch, "share");
-fs.mkdirSync(home);
-fs.mkdirSync(path.join(share, "trips", "2023 Alps"), { recursive: true });
 // Sorted by their readable texts' digits these would come out 900, 2.0, 1.4.
-for (const [name, bytes] of [["large.bin", 2000000], ["medium.bin", 1400000], ["small.bin", 900000]]) {
-  fs.writeFileSync(path.join(share, name), "");
-  fs.truncateSync(path.join(share, name), bytes);
-}
-fs.writeFileSync(path.join(share, "trips", "2023 Alps", "Summit Photo.jpg"), "picture");
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  `mounts+=demo|${share}|x|yes|x|no\r\nuiLanguageFile=English.wul\r\n`,
-);
+const setup = scratchHome({
+  mounts: { demo: "share" },
+  files: {
+    "share/large.bin": Buffer.alloc(2000000),
+    "share/medium.bin": Buffer.alloc(1400000),
+    "share/small.bin": Buffer.alloc(900000),
+    "share/trips/2023 Alps/Summit Photo.jpg": "picture",
+  },
+});
 
-await runBrowserTest({ home, scratch }, async ({ page, base }) => {
+await runBrowserTest(setup, async ({ page, base }) => {
   await page.goto(`${base}/demo/`);
   const sizeOf = (name) => page.locator("tr", { has: page.locator(`a.entry-name >> text="${name}"`) }).locator("td.col-size");
   const medium = sizeOf("medium.bin");

@@ -7,24 +7,17 @@
 // Environment: LUMIDROP_BINARY (the program), LUMIDROP_BUILD_DIR (where the screenshots go).
 
 import fs from "node:fs";
-import os from "node:os";
-import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, scratchHome, screenshot } from "./harness.mjs";
 
-const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-settings-"));
-const home = path.join(scratch, "home");
-const shared = path.join(scratch, "shared");
-for (const folder of [home, shared]) fs.mkdirSync(folder, { recursive: true });
-fs.writeFileSync(path.join(shared, "a.txt"), "shared");
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  `uiLanguageFile=English.wul\r\nconsolePort=0\r\nmounts+=docs|${shared}|x|yes|x|no\r\n`,
-);
-const settingsFile = () => fs.readFileSync(path.join(home, "mount.ini"), "utf8");
+const setup = scratchHome({
+  mounts: { docs: "shared" },
+  settings: ["consolePort=0"],
+  files: { "shared/a.txt": "shared" },
+});
+const settingsFile = () => fs.readFileSync(setup.at("home", "mount.ini"), "utf8");
 
-await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
+await runBrowserTest(setup, async ({ page, base, consoleUrl }) => {
   const address = await consoleUrl;
   check(address, "console address printed");
   await page.setViewportSize({ width: 1280, height: 900 });
@@ -53,7 +46,7 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   check(english.includes("English") && english.includes("English.wul"), `language lines: ${english}`);
   const before = await visitorPage();
   check(before.lang === "en" && before.path === "Location", `visitors in English: ${JSON.stringify(before)}`);
-  await page.screenshot({ path: path.join(buildDir, "browser-settings.png"), fullPage: true });
+  await screenshot(page, "settings", true);
 
   // The built-in Korean: the console and the next visitor's page speak it at once.
   let done = saved();
@@ -115,5 +108,5 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   await page.setViewportSize({ width: 375, height: 800 });
   const overflow = await page.evaluate(() => document.documentElement.scrollWidth - window.innerWidth);
   check(overflow <= 0, `settings fit a phone: ${overflow}px too wide`);
-  await page.screenshot({ path: path.join(buildDir, "browser-settings-phone.png"), fullPage: true });
+  await screenshot(page, "settings-phone", true);
 });

@@ -8,21 +8,15 @@
 import crypto from "node:crypto";
 import fs from "node:fs";
 import net from "node:net";
-import os from "node:os";
 import path from "node:path";
 import { Upload } from "tus-js-client";
-import { check, startProgram, stopProgram } from "./harness.mjs";
+import { check, scratchHome, startProgram, stopProgram } from "./harness.mjs";
 
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-tus-"));
-const home = path.join(scratch, "home");
-const share = path.join(scratch, "share");
-fs.mkdirSync(home);
-fs.mkdirSync(share);
-fs.writeFileSync(
-  path.join(home, "mount.ini"),
-  `mounts+=docs|${share}|x|yes|x|no\r\nuiLanguageFile=English.wul\r\n` +
-    "authorities+=.anonymous|docs|7\r\n",
-);
+const { scratch, home, at } = scratchHome({
+  mounts: { docs: "share" },
+  settings: ["authorities+=.anonymous|docs|7"],
+});
+const share = at("share");
 const MiB = 1024 * 1024;
 
 // Passes connections through to the program, cutting the one that carries the byte at

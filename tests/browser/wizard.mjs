@@ -10,9 +10,8 @@ import fs from "node:fs";
 import os from "node:os";
 import path from "node:path";
 
-import { check, runBrowserTest } from "./harness.mjs";
+import { check, runBrowserTest, screenshot } from "./harness.mjs";
 
-const buildDir = process.env.LUMIDROP_BUILD_DIR ?? os.tmpdir();
 const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "lumidrop-wizard-"));
 const home = path.join(scratch, "home");
 const photos = path.join(scratch, "folders", "holiday photos");
@@ -60,7 +59,7 @@ await runBrowserTest({ home, scratch, args }, async ({ page, base, consoleUrl })
   check((await page.inputValue("#wizard-path")) === photos, "the picked folder fills the path");
   check((await page.inputValue("#wizard-name")) === "holiday photos", "the name is proposed");
   await page.fill("#wizard-name", "holiday");
-  await page.screenshot({ path: path.join(buildDir, "browser-wizard-folder.png"), fullPage: true });
+  await screenshot(page, "wizard-folder", true);
   await page.click("#wizard-next");
 
   // Visitors: listing and downloading are on by default; upload on, listing off.
@@ -87,7 +86,7 @@ await runBrowserTest({ home, scratch, args }, async ({ page, base, consoleUrl })
   const shown = await page.textContent("#home-address");
   check(shown.endsWith(`:${port}/`), `visitors' address on Home: ${shown}`);
   check(!(await page.isHidden(".top nav")), "the tabs are back");
-  await page.screenshot({ path: path.join(buildDir, "browser-wizard-home.png"), fullPage: true });
+  await screenshot(page, "wizard-home", true);
 
   // A visitor downloads from the new share, cannot list it, and may upload to it.
   const file = await page.request.get(`${base}/holiday/beach.txt`);

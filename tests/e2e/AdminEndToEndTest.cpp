@@ -68,8 +68,6 @@ protected:
         std::sort(files.begin(), files.end());
         return files;
     }
-
-    testing::TempFolder outside_;
 };
 
 TEST_F(AdminEndToEndTest, ActionsNeedTheAdministrationRightAndThisSitesPages) {

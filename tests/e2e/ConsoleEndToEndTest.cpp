@@ -1,5 +1,6 @@
 // The owner's console against the real program, over real sockets: only the owner gets
-// in, nothing changes but through a checked POST, and what changes applies and is saved.
+// in, nothing changes but through a checked POST, what changes applies and is saved, and
+// the QR code of the Home page is the symbol of exactly the text asked for.
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -10,6 +11,8 @@
 
 #include <optional>
 
+#include "core/QrCode.h"
+#include "core/UrlCodec.h"
 #include "support/RunningShare.h"
 
 namespace Zarn {
@@ -115,7 +118,6 @@ TEST_F(ConsoleEndToEndTest, OnlyTheOwnerGetsInAndNothingChangesButThroughAChecke
     EXPECT_EQ(Visit("/api/v1/status").status, 404);
 }
 
-// The pages run under "default-src 'self'", and get only their own texts, translated.
 TEST_F(ConsoleEndToEndTest, TheIPv6LoopbackServesTheOwnerAloneAtTheSamePort) {
     if (!HasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback on this machine";
     const testing::ConsoleSession& console = *console_;
@@ -146,6 +148,7 @@ TEST_F(ConsoleEndToEndTest, TheIPv6LoopbackServesTheOwnerAloneAtTheSamePort) {
     EXPECT_TRUE(Contains(home_.Read("mount.ini"), form));
 }
 
+// The pages run under "default-src 'self'", and get only their own texts, translated.
 TEST_F(ConsoleEndToEndTest, ThePagesAllowOnlyTheirOwnFilesAndGetOnlyTheirOwnTexts) {
     HttpResponse page = console_->Request("GET", "/", console_->Owner());
     EXPECT_EQ(page.Header("Content-Security-Policy").find("default-src 'self'"), 0u);
@@ -156,6 +159,35 @@ TEST_F(ConsoleEndToEndTest, ThePagesAllowOnlyTheirOwnFilesAndGetOnlyTheirOwnText
     EXPECT_TRUE(Contains(texts.body, "\"로그\":\"Log\"")) << texts.body;
     EXPECT_TRUE(Contains(texts.body, "\"끊기\":\"Kick\""));
     EXPECT_FALSE(Contains(texts.body, "찾을 수 없습니다."));
+}
+
+// The QR code of the Home page: the symbol of the very text asked for, and a refusal of
+// what no symbol can hold.
+TEST_F(ConsoleEndToEndTest, QrCodesAreTheSymbolOfTheTextAndRefuseWhatNoneHolds) {
+    const testing::ConsoleSession& console = *console_;
+    // Percent-encoded UTF-8 as the page's encodeURIComponent sends it, "+" included.
+    const std::string address = "http://192.168.0.10:" + std::to_string(port_) + "/사진+a b?x=1&y";
+    HttpResponse image = console.Get("qr?text=" + UrlEncode(address));
+    ASSERT_EQ(image.status, 200) << image.body;
+    EXPECT_EQ(image.Header("Content-Type"), "image/svg+xml");
+    EXPECT_EQ(image.Header("Cache-Control"), "no-store");
+    EXPECT_EQ(image.Header("X-Content-Type-Options"), "nosniff");
+    // Sharp at any size: a blurred edge between modules is what a camera misreads.
+    EXPECT_NE(image.body.find("shape-rendering=\"crispEdges\""), std::string::npos);
+    // The symbol of exactly the decoded text; that a phone reads it is the Home page's test.
+    EXPECT_EQ(image.body, QrCode::Encode(address)->ToSvg());
+
+    const std::string kRefused[] = {"qr", "qr?text=", "qr?text=" + std::string(2332, 'a')};
+    for (const std::string& target : kRefused) {
+        HttpResponse refusal = console.Get(target);
+        EXPECT_EQ(refusal.status, 400) << target.substr(0, 20);
+        EXPECT_EQ(refusal.Header("Content-Type"), "application/json; charset=utf-8");
+        EXPECT_NE(refusal.body.find("\"field\":\"text\""), std::string::npos) << refusal.body;
+    }
+    EXPECT_EQ(console.Get("qr?text=" + std::string(2331, 'a')).status, 200);
+
+    // Only the owner may have it made.
+    EXPECT_EQ(console.Request("GET", "/api/v1/qr?text=x", console.Host()).status, 403);
 }
 
 }  // namespace

@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <vector>
@@ -84,11 +82,7 @@ protected:
         return name;
     }
 
-    std::string ProgramLog() const { return ReadFile(home_.Path() + ".stderr"); }
-    static std::string ReadFile(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    std::string ProgramLog() const { return testing::ReadWholeFile(home_.Path() + ".stderr"); }
 
     TempFolder home_;
     std::string started_log_;

@@ -35,8 +35,6 @@ protected:
             statuses.push_back(Visit(target).status);
         return statuses;
     }
-
-    testing::TempFolder outside_;
 };
 
 TEST_F(ExposureEndToEndTest, SkinParameterCannotLoadScriptsFromAnotherHost) {

@@ -116,11 +116,25 @@ TEST_F(SetupWizardEndToEndTest, IsDueOnANewHomeUntilFinishedAndNeverAgain) {
     EXPECT_TRUE(Contains(setup.body, "\"file\":\"English.wul\"")) << setup.body;
 
     // A refused choice names its field and finishes nothing.
-    HttpResponse refused =
-        console_->Post("setup/finish", "name=docs&path=%2Fnowhere&anonymousRights=3");
-    EXPECT_EQ(refused.status, 400);
-    EXPECT_TRUE(Contains(refused.body, "\"field\":\"path\"")) << refused.body;
+    const std::string good = "name=docs&path=" + share_.Path() + "&anonymousRights=3";
+    const struct {
+        std::string form, field;
+        int status;
+    } refusals[] = {
+        {"name=docs&path=%2Fnowhere&anonymousRights=3", "path", 400},
+        {"name=a%2Fb&path=" + share_.Path() + "&anonymousRights=3", "name", 400},
+        {"name=docs&path=" + share_.Path() + "&anonymousRights=16", "anonymousRights", 400},
+        {good + "&user=.anonymous&password=x", "user", 409},
+        {good + "&user=me&password=", "password", 400},
+        {good + "&user=me&password=" + std::string(2000, 'p'), "password", 400},
+    };
+    for (const auto& refusal : refusals) {
+        HttpResponse refused = console_->Post("setup/finish", refusal.form);
+        EXPECT_EQ(refused.status, refusal.status) << refusal.field << ": " << refused.body;
+        EXPECT_TRUE(Contains(refused.body, "\"field\":\"" + refusal.field + "\"")) << refused.body;
+    }
     EXPECT_TRUE(Due());
+    EXPECT_FALSE(Contains(home_.Read("mount.ini"), "docs|"));
     // Only the console's own script may finish it.
     EXPECT_EQ(console_->Post("setup/finish", "skip=1", "").status, 403);
 

@@ -1,12 +1,10 @@
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "support/RunningShare.h"
+#include "support/Shell.h"
 #include "support/WaitUntil.h"
 
 namespace Zarn::testing {
@@ -34,15 +32,9 @@ protected:
     // What `lumidrop ctl plugins ...` prints.
     [[nodiscard]] std::string Ctl(const std::string& words) const {
         EXPECT_TRUE(WaitUntil([&] { return home_.Exists("console.port"); }));
-        std::string command =
-            std::string(LUMIDROP_BINARY) + " ctl --home " + home_.Path() + " " + words;
-        std::string out;
-        FILE* pipe = ::popen(command.c_str(), "r");
-        char buffer[4096];
-        for (size_t got; pipe != nullptr && (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            out.append(buffer, got);
-        EXPECT_TRUE(pipe != nullptr && ::pclose(pipe) == 0) << words;
-        return out;
+        CommandResult ctl = Shell(LUMIDROP_BINARY " ctl --home " + home_.Path() + " " + words);
+        EXPECT_EQ(ctl.status, 0) << words;
+        return ctl.output;
     }
     [[nodiscard]] std::string Probe(const std::string& query, const std::string& headers = "") {
         return Visit("/docs/sub/?action=Plugin&plugin=probe&" + query, headers).body;
@@ -243,8 +235,7 @@ TEST_F(PluginEndToEndTest, ReloadKeepsARunningRequestAlive) {
 // The example of docs/plugins.md builds with nothing but the public header and runs.
 TEST_F(PluginEndToEndTest, TheDocumentedExampleBuildsFromTheHeaderAloneAndAnswers) {
     TempFolder source;
-    std::ifstream file(LUMIDROP_SOURCE_DIR "/docs/plugins.md");
-    std::string guide{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::string guide = ReadWholeFile(LUMIDROP_SOURCE_DIR "/docs/plugins.md");
     size_t begin = guide.find("```c\n");
     ASSERT_NE(begin, std::string::npos);
     begin += 5;

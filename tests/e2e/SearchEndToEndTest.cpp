@@ -59,8 +59,6 @@ protected:
     [[nodiscard]] HttpResponse Search(const std::string& folder, const std::string& words) const {
         return Visit(UrlEncode(folder) + "?action=Search&q=" + UrlEncode(words));
     }
-
-    testing::TempFolder outside_;
 };
 
 TEST_F(SearchEndToEndTest, FindsEveryWordInAnyCaseAndShowsOnlyWhatVisitorsMaySee) {

@@ -3,15 +3,11 @@
 // the data files only when all of them are good.
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
-
+#include "net/TCPServerSocket.h"
 #include "support/RunningShare.h"
+#include "support/Shell.h"
 #include "support/WaitUntil.h"
 
 namespace Zarn::testing {
@@ -23,10 +19,7 @@ protected:
         share_.Write("a.txt", "first");
         more_.Write("b.lumi", "second");
     }
-    [[nodiscard]] std::string ProgramLog() const {
-        std::ifstream in(home_.Path() + ".stderr", std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    [[nodiscard]] std::string ProgramLog() const { return ReadWholeFile(home_.Path() + ".stderr"); }
     void Reload() const { ASSERT_EQ(::kill(program_->Pid(), SIGHUP), 0); }
     [[nodiscard]] bool LogShows(const std::string& text) const {
         return WaitUntil([&] { return Contains(ProgramLog(), text); });
@@ -74,15 +67,9 @@ TEST_F(StartupTest, HangUpWithABrokenFileKeepsEverythingAndSaysWhere) {
 
 TEST_F(StartupTest, ASecondStartPointsToTheRunningConsole) {
     StartWithConsole();
-    std::string command = std::string(LUMIDROP_BINARY) + " --home '" + home_.Path() + "' 2>&1";
-    FILE* second = ::popen(command.c_str(), "r");
-    ASSERT_NE(second, nullptr);
-    std::string output;
-    char buffer[256];
-    while (std::fgets(buffer, sizeof buffer, second) != nullptr)
-        output += buffer;
-    int status = ::pclose(second);
-    EXPECT_EQ(WEXITSTATUS(status), 1);
+    auto [status, output] =
+        testing::Shell(LUMIDROP_BINARY " --home " + testing::Quoted(home_.Path()) + " 2>&1");
+    EXPECT_EQ(status, 1);
     EXPECT_TRUE(Contains(output, "already running with the home folder " + home_.Path()));
     EXPECT_TRUE(
         Contains(output, "Owner's console: http://127.0.0.1:" + std::to_string(console_->Port()) +
@@ -115,15 +102,9 @@ TEST_F(StartupTest, SharingStoppedFromTheConsoleStaysStoppedAtTheNextLaunch) {
 // Port 80, a new home's default, is for root alone; a new owner must still reach the
 // console's wizard to choose another, so a new home that cannot listen keeps running.
 TEST_F(StartupTest, ANewHomeThatCannotListenStillOpensTheConsole) {
-    int holder = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(holder, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(::listen(holder, 1), 0);
-    socklen_t length = sizeof address;
-    ASSERT_EQ(::getsockname(holder, reinterpret_cast<sockaddr*>(&address), &length), 0);
-    std::string held = std::to_string(ntohs(address.sin_port));
+    TCPServerSocket holder;
+    ASSERT_TRUE(holder.Listen(0));
+    std::string held = std::to_string(holder.GetLocalPort());
 
     TempFolder fresh;
     std::string home = fresh.Path() + "/home";
@@ -138,7 +119,7 @@ TEST_F(StartupTest, ANewHomeThatCannotListenStillOpensTheConsole) {
     ProgramRunner refused(settled.Path(), ProgramRunner::AsSaved{});
     EXPECT_EQ(refused.Stop(), 1);
 
-    ::close(holder);
+    ASSERT_EQ(holder.Close(), 0);
     HttpResponse started = console.Post("server/start", "");
     EXPECT_TRUE(Contains(started.body, "\"listening\":true")) << started.body;
 }

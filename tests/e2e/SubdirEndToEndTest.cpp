@@ -53,8 +53,6 @@ protected:
         ASSERT_EQ(::symlink(outside_.Path().c_str(), (share_ / "outside").c_str()), 0);
         ASSERT_EQ(::symlink("Live", (share_ / "alias").c_str()), 0);
     }
-
-    testing::TempFolder outside_;
 };
 
 TEST_F(SubdirEndToEndTest, NamesTheVisibleFoldersInByteOrderWithWorkingLinks) {

@@ -5,8 +5,6 @@
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "core/AThread.h"
@@ -49,8 +47,7 @@ std::string OnlyReport(const std::string& folder) {
     for (const auto& entry : std::filesystem::directory_iterator(folder, missing)) {
         if (!entry.path().filename().string().starts_with("crash-")) continue;
         EXPECT_TRUE(found.empty()) << "more than one report";
-        std::ifstream in(entry.path(), std::ios::binary);
-        found.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        found = testing::ReadWholeFile(entry.path());
     }
     return found;
 }

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -17,6 +16,7 @@
 #include "skin/SkinConfig.h"
 #include "skin/SkinManager.h"
 #include "skin/Unzip.h"
+#include "support/TempFolder.h"
 #include "template/TemplateScanner.h"
 
 namespace Zarn {
@@ -26,11 +26,8 @@ const std::string kRes = LUMIDROP_SOURCE_DIR "/res/";
 const std::string kSkin = kRes + "skin/";
 
 std::string MustRead(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_TRUE(in.good()) << "cannot read " << path;
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
+    EXPECT_TRUE(std::filesystem::exists(path)) << "cannot read " << path;
+    return testing::ReadWholeFile(path);
 }
 
 struct Description {

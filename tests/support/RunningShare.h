@@ -66,6 +66,7 @@ protected:
 
     TempFolder share_;
     TempFolder home_;
+    TempFolder outside_;  // beside the share, where links out of it lead
     std::unique_ptr<ProgramRunner> program_;
     std::optional<ConsoleSession> console_;
     int port_ = -1;

@@ -11,6 +11,12 @@
 
 namespace Zarn::testing {
 
+// The whole file; empty when it cannot be read.
+inline std::string ReadWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
 // A fresh folder under the system's temporary folder, removed with everything in it.
 class TempFolder {
 public:
@@ -41,8 +47,7 @@ public:
     }
 
     [[nodiscard]] std::string Read(const std::string& name) const {
-        std::ifstream in(*this / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        return ReadWholeFile(*this / name);
     }
 
     [[nodiscard]] bool Exists(const std::string& name) const {

@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <string>
 
 #include "support/TempFolder.h"
@@ -94,9 +93,8 @@ TEST_F(ServiceCommandTest, WithoutAUserManagerWritesTheUnitAndSaysWhatToRun) {
 TEST(PackagedUnitTest, IsTheUnitTheCommandWritesForTheInstalledProgram) {
     std::string packaged =
         std::string(LUMIDROP_SOURCE_DIR) + "/packaging/" + ServiceCommand::kUnitName;
-    std::ifstream in(packaged, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    EXPECT_EQ(text, ServiceCommand::UnitText("/usr/bin/lumidrop", std::nullopt));
+    EXPECT_EQ(testing::ReadWholeFile(packaged),
+              ServiceCommand::UnitText("/usr/bin/lumidrop", std::nullopt));
 }
 
 }  // namespace
