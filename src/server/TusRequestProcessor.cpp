@@ -130,6 +130,9 @@ ResponseHead TusRequestProcessor::Create(const HttpRequest& request, int folder_
     }
     LogTranslated(kLogProgress, "ReceiveFile 시작");
     LogTranslated(kLogProgress, "파일: %s", name->c_str());
+    // Each new upload adds a row; rows nobody has updated for a while go first, as the
+    // multipart path does, or resumable uploads alone would grow the table for ever.
+    options_.progress->Purge();
     Publish(*upload, UploadProgress::kRunning, 0);
     // An empty file is complete at once: clients send no piece for it.
     if (length == 0u) {

@@ -1,6 +1,7 @@
 // An upload slower than the minute after which the progress table purges an entry, over a
 // real connection, with the table's clock in the test's hands so that the minutes pass at
-// once. How the progress page reads the table is the upload end-to-end test's business.
+// once; and resumable uploads, which must not grow it for ever. How the progress page reads
+// the table is the upload end-to-end test's business.
 
 #include <gtest/gtest.h>
 
@@ -8,8 +9,10 @@
 #include <thread>
 
 #include "config/KorvelConfig.h"
+#include "core/Base64.h"
 #include "http/HttpRequest.h"
 #include "http/WebServer.h"
+#include "server/TusRequestProcessor.h"
 #include "server/UploadProgressTable.h"
 #include "server/UploadRequestProcessor.h"
 #include "share/MountManager.h"
@@ -28,6 +31,11 @@ protected:
         config_ = std::make_unique<KorvelConfig>(home_ / "mount.ini");
         mounts_ = std::make_unique<MountManager>(*config_);
         handler_ = std::make_unique<testing::FunctionHandler>([this](HttpRequest& request) {
+            std::string action;
+            if (request.GetQueryParameter("action", action) && action == "tus") {
+                return TusRequestProcessor({.mounts = mounts_.get(), .progress = &table_})
+                    .Process(request);
+            }
             UploadRequestProcessor(*mounts_, table_, {}).ReceiveFile(request);
         });
         server_.SetRequestHandler(handler_.get());
@@ -86,6 +94,24 @@ TEST_F(UploadRequestProcessorTest, SlowUploadIsNotPurgedWhileItRuns) {
     ASSERT_TRUE(entry.has_value());
     EXPECT_EQ(entry->state, UploadProgress::kFinished);
     EXPECT_EQ(share_.Read("slow.bin").size(), kPerSecond * kSeconds);
+}
+
+TEST_F(UploadRequestProcessorTest, ResumableUploadsLeaveNoStaleRowsBehind) {
+    auto create = [this](const std::string& name) {
+        testing::HttpResponse created = testing::Fetch(
+            server_.GetPort(),
+            "POST /docs/?action=tus HTTP/1.1\r\nHost: x\r\n"
+            "Tus-Resumable: 1.0.0\r\nUpload-Length: 10\r\n"
+            "Upload-Metadata: filename " +
+                Base64Encode(name) + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+        ASSERT_EQ(created.status, 201) << created.status_line;
+    };
+    for (const char* name : {"a.bin", "b.bin", "c.bin"})
+        create(name);
+    EXPECT_EQ(table_.Size(), 3u);
+    now_ += 61000;  // nobody asked about those three for over a minute
+    create("d.bin");
+    EXPECT_EQ(table_.Size(), 1u);
 }
 
 }  // namespace
