@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/stat.h>
 
@@ -236,6 +237,12 @@ int Serve(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Transfer buffers of up to 1 MiB, one per running upload, are mapped and given back to
+    // the system when freed. Left to itself, glibc raises its mapping threshold once the
+    // first such buffer is freed and serves the later ones from the per-thread arenas,
+    // where they stay resident after their request: an hour of mixed load then grew the
+    // program by a tenth while less than 4 MB of it was in use.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     if (argc > 1 && std::strcmp(argv[1], "ctl") == 0) {
         return Zarn::CtlCommand::Run(std::vector<std::string>(argv + 2, argv + argc));
     }
