@@ -20,6 +20,7 @@
 #include "core/UniqueFd.h"
 #include "skin/Crc32.h"
 #include "support/RunningShare.h"
+#include "support/Shell.h"
 #include "support/TestServer.h"
 #include "support/WaitUntil.h"
 
@@ -32,22 +33,8 @@ constexpr uint64_t kHugeSize = 5ULL << 30;
 constexpr int kSmallFiles = 70000;
 constexpr int kFilesPerFolder = 1000;
 
-struct CommandResult {
-    int status = -1;
-    std::string output;
-};
-
-CommandResult Shell(const std::string& command) {
-    CommandResult result;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return result;
-    char buffer[65536];
-    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        result.output.append(buffer, got);
-    int status = ::pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
+using testing::CommandResult;
+using testing::Shell;
 
 bool HasCommand(const std::string& name) {
     return Shell("command -v " + name + " >/dev/null 2>&1").status == 0;
