@@ -172,19 +172,14 @@ bool IncomingFile::Create() {
 }
 
 bool IncomingFile::Write(const char* bytes, size_t length) {
-    while (length > 0) {
-        ssize_t written = ::write(fd_.Get(), bytes, length);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        bytes += written;
-        length -= static_cast<size_t>(written);
-    }
-    return true;
+    return writer_.Write(fd_.Get(), bytes, length);
 }
 
 bool IncomingFile::Commit() {
-    // Closing can be where a full disk or a network file system reports a lost write.
-    if (::close(fd_.Release()) != 0) {
+    // A file that is given its name is whole on the disk first: a power cut after the
+    // visitor was told it arrived must not leave it empty or cut short under that name.
+    // Closing can be where a network file system reports a lost write.
+    if (!WriteBehind::Sync(fd_.Get()) || ::close(fd_.Release()) != 0) {
         Discard();
         return false;
     }
@@ -203,7 +198,12 @@ std::optional<std::string> IncomingFile::MoveIntoPlace(int folder_fd,
                                                        const std::string& name) {
     for (unsigned number = 0; number <= kMaxAttempts; ++number) {
         std::string candidate = number == 0 ? name : NumberedName(name, number);
-        if (RenameWithoutReplacing(folder_fd, temporary_name, candidate)) return candidate;
+        if (RenameWithoutReplacing(folder_fd, temporary_name, candidate)) {
+            // The new name lasts through a crash only once the folder's entry is on the disk.
+            UniqueFd folder(::openat(folder_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            if (folder.IsValid()) (void)::fsync(folder.Get());
+            return candidate;
+        }
         if (errno != EEXIST) break;
     }
     return std::nullopt;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "core/UniqueFd.h"
+#include "core/WriteBehind.h"
 
 namespace Zarn {
 
@@ -37,9 +38,9 @@ public:
     [[nodiscard]] bool Create();
     // True when every byte was written.
     [[nodiscard]] bool Write(const char* bytes, size_t length);
-    // Closes the file and gives it the name it was sent with, or NAME(1).EXT, NAME(2).EXT
-    // and so on when that is taken. False when no name could be given; the temporary file
-    // is then deleted.
+    // Waits until the file is on the disk, closes it and gives it the name it was sent with, or
+    // NAME(1).EXT, NAME(2).EXT and so on when that is taken. False when no name could be given; the
+    // temporary file is then deleted.
     [[nodiscard]] bool Commit();
 
     [[nodiscard]] const std::string& GetTemporaryPath() const { return temporary_path_; }
@@ -79,6 +80,7 @@ private:
     std::string temporary_path_;
     std::string final_name_;
     UniqueFd fd_;
+    WriteBehind writer_;
 };
 
 }  // namespace Zarn

@@ -209,21 +209,11 @@ bool ResumableUpload::SetLength(uint64_t length) {
 }
 
 bool ResumableUpload::Append(const char* bytes, size_t length) {
-    if (!WriteFully(data_.Get(), std::string_view(bytes, length))) return false;
-    // The disk starts on the bytes while the next ones arrive, so that Sync at the end of
-    // the request waits for the last of them only rather than for the whole request at
-    // once. Every megabyte, not every receive, so that the disk sees large writes; pages
-    // already on their way are passed over.
-    unstarted_ += length;
-    if (unstarted_ >= kWritebackBytes) {
-        ::sync_file_range(data_.Get(), 0, 0, SYNC_FILE_RANGE_WRITE);
-        unstarted_ = 0;
-    }
-    return true;
+    return writer_.Write(data_.Get(), bytes, length);
 }
 
 bool ResumableUpload::Sync() {
-    return ::fdatasync(data_.Get()) == 0;
+    return WriteBehind::Sync(data_.Get());
 }
 
 std::optional<uint64_t> ResumableUpload::FinishedLength(std::string_view id, std::time_t now) {

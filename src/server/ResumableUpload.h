@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "core/UniqueFd.h"
+#include "core/WriteBehind.h"
 
 namespace Zarn {
 
@@ -81,13 +82,11 @@ private:
 
     [[nodiscard]] bool WriteDescription() const;
 
-    static constexpr uint64_t kWritebackBytes = 1 << 20;
-
     int folder_fd_;
     std::string id_;
     Description description_;
     UniqueFd data_;
-    uint64_t unstarted_ = 0;  // bytes appended since the disk was last set to work
+    WriteBehind writer_;
 };
 
 }  // namespace Zarn
