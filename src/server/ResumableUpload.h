@@ -64,7 +64,8 @@ public:
     [[nodiscard]] bool SetLength(uint64_t length);
     // Appends the bytes; true when all were written.
     [[nodiscard]] bool Append(const char* bytes, size_t length);
-    // Makes the received bytes durable, so that an offset answered survives a crash.
+    // Waits until the received bytes are on the disk: a finished file is whole before it
+    // takes its name.
     [[nodiscard]] bool Sync();
     // Gives the complete file its name (numbered when taken) and forgets the upload, but
     // for its length (FinishedLength). The name given; nothing when no name could be

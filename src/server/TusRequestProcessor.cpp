@@ -203,7 +203,10 @@ ResponseHead TusRequestProcessor::Append(HttpRequest& request, ResumableUpload& 
 
     // The owner's transfer list names the file arriving, not the protocol's address.
     request.GetTransferStatus().SetTarget(Concat({"/", folder, upload.GetDescription().name}));
-    if (!ReceiveInto(request, upload, offset, end) || !upload.Sync()) {
+    // Not synced here: after a power cut a journaling file system keeps a prefix of what was
+    // written, never more, so the offset a client asks for afterwards is one the file
+    // holds, and the client sends the rest again. Only a finished file must be whole.
+    if (!ReceiveInto(request, upload, offset, end)) {
         LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
                       Translate("파일에 쓸 수 없습니다.").c_str());
         Publish(upload, UploadProgress::kFailed, upload.GetOffset());
@@ -241,6 +244,12 @@ bool TusRequestProcessor::ReceiveInto(HttpRequest& request, ResumableUpload& upl
 
 ResponseHead TusRequestProcessor::Finish(ResumableUpload& upload) {
     uint64_t length = upload.GetOffset();
+    if (!upload.Sync()) {
+        LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
+                      Translate("파일에 쓸 수 없습니다.").c_str());
+        Publish(upload, UploadProgress::kFailed, length);
+        return ResponseHead(500, "Internal Server Error");
+    }
     std::optional<std::string> stored = upload.Complete(options_.now);
     if (!stored) {
         LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
