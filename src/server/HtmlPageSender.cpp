@@ -18,10 +18,6 @@ constexpr std::string_view kFallbackPage =
     "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>$title</title></head>"
     "<body><h1>$title</h1><p>$content</p></body></html>";
 
-// Long enough for a burst of connections to end and free their descriptors, short enough
-// that a client which honours it (a sync tool, a download manager) is not held up long.
-constexpr int kRetryAfterSeconds = 5;
-
 }  // namespace
 
 void HtmlPageSender::Write(const char* bytes, size_t length) {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <memory>
 
 #include "core/CaseFold.h"
@@ -55,6 +56,11 @@ void NameSearch::ReadFolder(const LocalTarget& target, const Pending& folder,
     // Through the mount's folder, so that a link on the way is checked as a download's is.
     UniqueFd opened = target.folder.OpenBelow(folder.relative, O_RDONLY | O_DIRECTORY);
     struct stat info {};
+    if (!opened.IsValid() && IsOutOfDescriptors(errno)) {
+        // Results without a whole branch would read as complete.
+        bound_ = Bound::kDescriptors;
+        return;
+    }
     if (!opened.IsValid() || ::fstat(opened.Get(), &info) != 0) return;
     if (!visited_.emplace(info.st_dev, info.st_ino).second) return;
     DirHandle dir(::fdopendir(opened.Get()));

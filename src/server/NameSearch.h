@@ -39,8 +39,9 @@ public:
         time_t modified = 0;
     };
 
-    // Why the search stopped before it had seen everything.
-    enum class Bound { kNone, kResults, kTime };
+    // Why the search stopped before it had seen everything: too many results, too long,
+    // or a folder that could not be opened for want of descriptors (a retry may succeed).
+    enum class Bound { kNone, kResults, kTime, kDescriptors };
 
     explicit NameSearch(Options options);
 

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+
 #include "core/ConfinedFolder.h"
 #include "core/TekoFile.h"
 #include "http/HttpRequest.h"
@@ -18,6 +20,7 @@ void PluginRequestProcessor::SendResource(HttpRequest& request, const MimeTypeTa
     std::string name;
     std::string file;
     std::shared_ptr<const LoadedPlugin> plugin;
+    errno = 0;  // tells a file that is missing from one that could not be opened just now
     if (request.GetQueryParameter("plugin", name) && request.GetQueryParameter("file", file))
         plugin = plugins_.Find(name);
     // Confined: no "..", no absolute path and no link leads out of the plug-in's folder.
@@ -30,7 +33,7 @@ void PluginRequestProcessor::SendResource(HttpRequest& request, const MimeTypeTa
     std::string path = folder ? folder->GetPath() + file : file;
     if (!opened.IsValid() || ::fstat(opened.Get(), &info) != 0 ||
         !bytes->OpenForReading(std::move(opened), path)) {
-        return pages_.SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+        return pages_.SendOpenFailure(errno);
     }
     DownloadRequestProcessor(std::move(bytes), path, info, {.types = &types, .pages = &pages_})
         .SendFile(request);

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -48,6 +49,7 @@ std::string NoteOf(NameSearch::Bound bound) {
             return Translate("찾은 항목이 너무 많아 처음 1,000개만 보여 줍니다.");
         case NameSearch::Bound::kTime:
             return Translate("검색이 5초를 넘어 그때까지 찾은 항목만 보여 줍니다.");
+        case NameSearch::Bound::kDescriptors:  // answered 503 instead
         case NameSearch::Bound::kNone:
             break;
     }
@@ -77,6 +79,9 @@ void SearchRequestProcessor::SendResults(HttpRequest& request) {
             return;
         }
         search.Search(*target, Concat({"/", path, path.back() == '/' ? "" : "/"}));
+    }
+    if (search.GetBound() == NameSearch::Bound::kDescriptors) {
+        return HtmlPageSender(request, options_.page).SendOpenFailure(EMFILE);
     }
     SendPage(request, search, query);
     LogTranslated(kLogProgress, "Search 성공 - %zu", search.GetMatches().size());

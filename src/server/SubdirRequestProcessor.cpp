@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 
 #include "config/KorvelConfig.h"
@@ -40,11 +41,11 @@ void SubdirRequestProcessor::SendSubdirs(HttpRequest& request) {
     LogTranslated(kLogProgress, "SendSubdirs 시작");
     const std::string& path = request.GetPath();
     std::vector<std::string> folders;
+    errno = 0;  // tells a folder that is missing from one that could not be opened just now
     if (path.empty()) {
         folders = RootFolders();
     } else if (path.back() != '/' || !ReadFolders(path, folders)) {
-        HtmlPageSender(request, options_.page)
-            .SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+        HtmlPageSender(request, options_.page).SendOpenFailure(errno);
         LogTranslated(kLogProgress, "SendSubdirs 성공");
         return;
     }
@@ -81,7 +82,11 @@ bool SubdirRequestProcessor::ReadFolders(const std::string& path,
     if (!folder.IsValid()) return false;
     bool show_hidden = options_.config->showHiddenFiles;
     TekoFileFind find;
-    for (bool found = find.FindFirstIn(folder.Get(), "*"); found; found = find.FindNext()) {
+    errno = 0;
+    bool found = find.FindFirstIn(folder.Get(), "*");
+    // An empty list would tell the tree the folder has none.
+    if (!found && IsOutOfDescriptors(errno)) return false;
+    for (; found; found = find.FindNext()) {
         // A name that is not UTF-8 could not come back from the tree: a browser's link
         // to it would be read in the URL code page and name another folder.
         if (find.IsDirectory() && ListRequestProcessor::IsListed(find, show_hidden, &*target) &&

@@ -4,6 +4,7 @@
 #include <sys/statvfs.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
 #include "core/Base64.h"
@@ -14,6 +15,7 @@
 #include "http/HttpRequest.h"
 #include "i18n/Translate.h"
 #include "log/Log.h"
+#include "server/HtmlPageSender.h"
 #include "server/RequestPath.h"
 #include "server/ResumableUpload.h"
 #include "server/UploadProgressTable.h"
@@ -80,9 +82,12 @@ ResponseHead TusRequestProcessor::Decide(HttpRequest& request) {
     }
     std::string folder = request.GetPath();
     if (folder.back() != '/') folder += '/';
+    errno = 0;  // tells what is missing from what could not be opened just now
     std::optional<LocalTarget> target = options_.mounts->ResolveTarget(folder);
     UniqueFd folder_fd = target ? target->Open(O_PATH | O_DIRECTORY) : UniqueFd();
-    if (!folder_fd.IsValid()) return ResponseHead(404, "Not Found");
+    if (!folder_fd.IsValid()) {
+        return IsOutOfDescriptors(errno) ? Busy() : ResponseHead(404, "Not Found");
+    }
     if (method == HttpMethod::kPost) return Create(request, folder_fd.Get(), folder);
 
     if (method == HttpMethod::kGet) {
@@ -93,6 +98,8 @@ ResponseHead TusRequestProcessor::Decide(HttpRequest& request) {
     (void)request.GetQueryParameter("id", id);
     std::optional<ResumableUpload> upload =
         ResumableUpload::Open(folder_fd.Get(), id, options_.now);
+    // A 404 would make the client give the upload up; a 503 makes it come back.
+    if (!upload && IsOutOfDescriptors(errno)) return Busy();
     if (!upload) return DescribeFinished(method, id);
     if (method == HttpMethod::kHead) return Describe(*upload);
     if (method == HttpMethod::kPatch) return Append(request, *upload, folder);
@@ -144,6 +151,12 @@ ResponseHead TusRequestProcessor::Create(const HttpRequest& request, int folder_
     return ResponseHead(201, "Created")
         .Add("Location", Concat({location, "?action=tus&id=", upload->GetId()}))
         .Add("Upload-Expires", HttpDate::Format(upload->GetExpiry()));
+}
+
+ResponseHead TusRequestProcessor::Busy() {
+    Log(kLogError, "No file descriptor left to open an upload, answered 503");
+    return ResponseHead(503, "Service Unavailable")
+        .Add("Retry-After", std::to_string(HtmlPageSender::kRetryAfterSeconds));
 }
 
 ResponseHead TusRequestProcessor::DescribeFinished(HttpMethod method, const std::string& id) const {
