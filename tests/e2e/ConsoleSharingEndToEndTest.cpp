@@ -37,7 +37,7 @@ protected:
     std::string Share() const { return UrlEncode(share_.Path()); }
 };
 
-TEST_F(ConsoleSharingEndToEndTest, MountChangesAreServedAtOnceAndSurviveARestart) {
+TEST_F(ConsoleSharingEndToEndTest, MountsAccountsAndRightsAreServedAtOnceAndSurviveARestart) {
     std::string added = Change("mounts/add", "name=my+docs&path=" + Share() + "&note=n%7cx");
     EXPECT_TRUE(Contains(added, "\"link\":\"/my%20docs/\"") && Contains(added, "\"isFolder\":true"))
         << added;
@@ -54,73 +54,18 @@ TEST_F(ConsoleSharingEndToEndTest, MountChangesAreServedAtOnceAndSurviveARestart
         << edited;
     EXPECT_EQ(Visit("/my%20docs/a.txt").status, 404);
     EXPECT_EQ(Visit("/one").body, "single");
-
     EXPECT_EQ(Change("mounts/remove", "name=one"), "{\"ok\":true}");
     EXPECT_EQ(Visit("/one").status, 404);
     EXPECT_FALSE(Contains(home_.Read("mount.ini"), "mounts+="));
-    Relaunch();
-    EXPECT_EQ(Visit("/one").status, 404);
-}
 
-TEST_F(ConsoleSharingEndToEndTest, BadFormsAreRefusedNamingTheFieldAndChangeNothing) {
+    // Anonymous visitors start with 3; an account gets the default 3 too.
     Change("mounts/add", "name=docs&path=" + Share());
-    Change("mounts/add", "name=other&path=" + Share());
-    Change("accounts/add", "name=alice&password=a");
-    Change("accounts/add", "name=carol&password=c");
-    std::filesystem::create_directories(share_ / "sub");
-    const std::string before = home_.Read("mount.ini");
-    const std::string path = "&path=" + Share();
-    const struct {
-        std::string endpoint, form;
-        int status;
-        std::string field;
-    } cases[] = {
-        {"mounts/add", "name=+++" + path, 400, "name"},
-        {"mounts/add", "name=a%2fb" + path, 400, "name"},
-        {"mounts/add", "name=.." + path, 400, "name"},
-        {"mounts/add", "name=a%0ab" + path, 400, "name"},
-        {"mounts/add", "name=docs" + path, 409, "name"},
-        {"mounts/add", "name=new&path=relative%2fpath", 400, "path"},
-        {"mounts/add", "name=new" + path + "%2fmissing", 400, "path"},
-        {"mounts/add", "name=new&path=" + UrlEncode(share_ / "a.txt"), 400, "path"},
-        {"mounts/add", "name=new&isFolder=0" + path + "%2fsub", 400, "path"},
-        {"mounts/add", "name=new&isFolder=yes" + path, 400, "isFolder"},
-        {"mounts/add", "name=new&option=2" + path, 400, "option"},
-        {"mounts/edit", "original=nothing&name=x", 404, "original"},
-        {"mounts/edit", "original=docs&name=other", 409, "name"},
-        {"mounts/remove", "name=nothing", 404, "name"},
-        {"accounts/add", "name=alice&password=x", 409, "name"},
-        {"accounts/add", "name=a%3ab&password=x", 400, "name"},
-        {"accounts/add", "name=.hidden&password=x", 400, "name"},
-        {"accounts/add", "name=.anonymous&password=x", 409, "name"},
-        {"accounts/password", "name=.anonymous&password=x", 400, "password"},
-        {"accounts/rename", "name=alice&newName=carol", 409, "newName"},
-        {"accounts/rename", "name=.anonymous&newName=dave", 400, "name"},
-        {"accounts/remove", "name=.anonymous", 400, "name"},
-        {"rights/set", "account=nobody&mount=docs&rights=3", 404, "account"},
-        {"rights/set", "account=alice&mount=nothing&rights=3", 404, "mount"},
-        {"rights/set", "account=alice&mount=docs&rights=16", 400, "rights"},
-    };
-    for (const auto& test : cases) {
-        HttpResponse response = console_->Post(test.endpoint, test.form);
-        EXPECT_EQ(response.status, test.status) << test.form << ": " << response.body;
-        EXPECT_TRUE(Contains(response.body, "\"field\":\"" + test.field + "\""))
-            << test.form << ": " << response.body;
-    }
-    EXPECT_EQ(home_.Read("mount.ini"), before);
-    EXPECT_EQ(As("alice", "a", "/docs/a.txt").body, "shared");
-    EXPECT_EQ(Visit("/new/a.txt").status, 404);
-}
-
-TEST_F(ConsoleSharingEndToEndTest, AccountsAndTheirRightsDecideWhoGetsIn) {
-    Change("mounts/add", "name=docs&path=" + Share());
-    EXPECT_EQ(Visit("/docs/a.txt").body, "shared");  // anonymous visitors start with 3
+    EXPECT_EQ(Visit("/docs/a.txt").body, "shared");
     Change("rights/set", "account=.anonymous&mount=docs&rights=0");
     EXPECT_EQ(Visit("/docs/a.txt").status, 401);
-
     EXPECT_TRUE(
         Contains(Change("accounts/add", "name=alice&password=s%26cret"), "\"anonymous\":false"));
-    EXPECT_EQ(As("alice", "s&cret", "/docs/a.txt").body, "shared");  // the default 3
+    EXPECT_EQ(As("alice", "s&cret", "/docs/a.txt").body, "shared");
     EXPECT_EQ(As("alice", "wrong", "/docs/a.txt").status, 401);
     Change("rights/set", "account=alice&mount=docs&rights=1");
     EXPECT_EQ(As("alice", "s&cret", "/docs/a.txt").status, 401);
@@ -151,17 +96,65 @@ TEST_F(ConsoleSharingEndToEndTest, AccountsAndTheirRightsDecideWhoGetsIn) {
     EXPECT_FALSE(Contains(home_.Read("mount.ini"), "bob"));
 }
 
-TEST_F(ConsoleSharingEndToEndTest, FolderPickerListsTheOwnersFolders) {
+TEST_F(ConsoleSharingEndToEndTest, BadFormsAreRefusedNamingTheFieldAndThePickerListsFolders) {
+    Change("mounts/add", "name=docs&path=" + Share());
+    Change("mounts/add", "name=other&path=" + Share());
+    Change("accounts/add", "name=alice&password=a");
+    Change("accounts/add", "name=carol&password=c");
     std::filesystem::create_directories(share_ / "b/inner");
     std::filesystem::create_directories(share_ / "a");
     std::filesystem::create_directories(share_ / ".hidden");
+    const std::string before = home_.Read("mount.ini");
+    const std::string path = "&path=" + Share();
+    const struct {
+        std::string endpoint, form;
+        int status;
+        std::string field;
+    } cases[] = {
+        {"mounts/add", "name=+++" + path, 400, "name"},
+        {"mounts/add", "name=a%2fb" + path, 400, "name"},
+        {"mounts/add", "name=.." + path, 400, "name"},
+        {"mounts/add", "name=a%0ab" + path, 400, "name"},
+        {"mounts/add", "name=docs" + path, 409, "name"},
+        {"mounts/add", "name=new&path=relative%2fpath", 400, "path"},
+        {"mounts/add", "name=new" + path + "%2fmissing", 400, "path"},
+        {"mounts/add", "name=new&path=" + UrlEncode(share_ / "a.txt"), 400, "path"},
+        {"mounts/add", "name=new&isFolder=0" + path + "%2fa", 400, "path"},
+        {"mounts/add", "name=new&isFolder=yes" + path, 400, "isFolder"},
+        {"mounts/add", "name=new&option=2" + path, 400, "option"},
+        {"mounts/edit", "original=nothing&name=x", 404, "original"},
+        {"mounts/edit", "original=docs&name=other", 409, "name"},
+        {"mounts/remove", "name=nothing", 404, "name"},
+        {"accounts/add", "name=alice&password=x", 409, "name"},
+        {"accounts/add", "name=a%3ab&password=x", 400, "name"},
+        {"accounts/add", "name=.hidden&password=x", 400, "name"},
+        {"accounts/add", "name=.anonymous&password=x", 409, "name"},
+        {"accounts/password", "name=.anonymous&password=x", 400, "password"},
+        {"accounts/rename", "name=alice&newName=carol", 409, "newName"},
+        {"accounts/rename", "name=.anonymous&newName=dave", 400, "name"},
+        {"accounts/remove", "name=.anonymous", 400, "name"},
+        {"rights/set", "account=nobody&mount=docs&rights=3", 404, "account"},
+        {"rights/set", "account=alice&mount=nothing&rights=3", 404, "mount"},
+        {"rights/set", "account=alice&mount=docs&rights=16", 400, "rights"},
+    };
+    for (const auto& test : cases) {
+        HttpResponse response = console_->Post(test.endpoint, test.form);
+        EXPECT_EQ(response.status, test.status) << test.form << ": " << response.body;
+        EXPECT_TRUE(Contains(response.body, "\"field\":\"" + test.field + "\""))
+            << test.form << ": " << response.body;
+    }
+    EXPECT_EQ(home_.Read("mount.ini"), before);
+    EXPECT_EQ(As("alice", "a", "/docs/a.txt").body, "shared");
+    EXPECT_EQ(Visit("/new/a.txt").status, 404);
+
+    // The folder picker shows the owner's own folders, hidden ones too.
     EXPECT_EQ(console_->Get("fs/list?path=" + Share() + "%2fb%2f..%2f").body,
               "{\"path\":\"" + share_.Path() + "\",\"parent\":\"" +
                   std::filesystem::path(share_.Path()).parent_path().string() +
                   "\",\"folders\":[\"a\",\"b\",\".hidden\"],\"files\":[\"a.txt\"]}");
     EXPECT_TRUE(Contains(console_->Get("fs/list?path=%2f").body, "\"parent\":null"));
-    EXPECT_EQ(console_->Get("fs/list?path=" + Share() + "%2fmissing").status, 404);
-    EXPECT_EQ(console_->Get("fs/list?path=" + Share() + "%2fa.txt").status, 404);
+    for (const std::string& bad : {Share() + "%2fmissing", Share() + "%2fa.txt"})
+        EXPECT_EQ(console_->Get("fs/list?path=" + bad).status, 404) << bad;
     EXPECT_EQ(console_->Get("fs/list?path=relative").status, 400);
     // Once a mount is added, the picker opens where it was found.
     Change("mounts/add", "name=inner&path=" + Share() + "%2fb%2finner");

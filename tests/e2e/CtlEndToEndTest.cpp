@@ -138,109 +138,10 @@ TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
     EXPECT_EQ(Ctl({"status"}).code, 3);
 }
 
-// One round trip per command family: what each change does to the running program is the
+// One round trip per command family, first on a home where no program runs (the next one
+// serves what was saved), then against the running program. What each change does is the
 // console interface's own test; here, ctl's arguments, its output and its exit codes.
-TEST_F(CtlEndToEndTest, EditsTheRunningProgramsSharingModelAtOnce) {
-    StartWithConsole();
-    AwaitConsole();
-    TempFolder pictures;
-    pictures.Write("cat.jpg", "meow");
-    Ok({"mount", "add", "photos", pictures.Path(), "--note", "holiday"});
-    EXPECT_EQ(VisitAs("/photos/cat.jpg"), 200);
-    std::string mounts = Ok({"mount", "list"});
-    EXPECT_TRUE(Contains(mounts, "photos  folder  " + pictures.Path() + "  holiday")) << mounts;
-    CtlResult missing = Ctl({"mount", "add", "gone", pictures / "nowhere"});
-    EXPECT_EQ(missing.code, 1);
-    EXPECT_TRUE(Contains(missing.err, "path: ")) << missing.err;
-
-    // An account whose password comes from standard input, then from a file.
-    Ok({"rights", ".anonymous", "photos", "-"});
-    EXPECT_EQ(VisitAs("/photos/cat.jpg"), 401);
-    EXPECT_EQ(Ok({"user", "add", "bob"}, "first secret\n"), "bob\n");
-    EXPECT_EQ(Ok({"rights", "bob", "photos", "ld"}), "bob  photos  ld--\n");
-    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:first secret"), 200);
-    TempFolder secrets;
-    secrets.Write("pw", "second\n");
-    Ok({"user", "passwd", "bob", "--password-file", secrets / "pw"});
-    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:first secret"), 401);
-    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:second"), 200);
-    EXPECT_EQ(Ok({"--json", "user", "list"}), console_->Get("accounts").body + "\n");
-    // Administration is granted only when confirmed; no terminal asks, so --yes must.
-    CtlResult unconfirmed = Ctl({"rights", "bob", "photos", "ldua"});
-    EXPECT_EQ(unconfirmed.code, 1);
-    EXPECT_TRUE(Contains(unconfirmed.err, "confirmAdmin: ")) << unconfirmed.err;
-    Ok({"rights", "bob", "photos", "15", "--yes"});
-    std::string rights = Ok({"rights"});
-    EXPECT_TRUE(Contains(rights, "bob         photos  ldua\n")) << rights;
-
-    // The owner counts rules from 1, the console from 0.
-    Ok({"ipfilter", "add", "10.0.0.*", "allow"});
-    Ok({"ipfilter", "add", "127.0.0.1", "ban"});
-    EXPECT_EQ(VisitAs("/docs/"), 403);
-    Ok({"ipfilter", "up", "2"});
-    EXPECT_EQ(Ok({"ipfilter", "list"}),
-              "#  ACTION  RULE\n1  ban     127.0.0.1\n2  allow   10.0.0.*\n");
-
-    EXPECT_TRUE(Contains(Ok({"limits", "totalDownloadSpeedLimit=70", "downloadConnectionLimit=3"}),
-                         "totalDownloadSpeedLimit          70\n"));
-    EXPECT_EQ(Ctl({"limits", "downloadConnectionLimit=lots"}).code, 1);
-
-    // Any other setting, by its mount.ini key, checked as the console checks it.
-    Ok({"ipfilter", "rm", "1"});
-    share_.Write(".secret", "hidden");
-    EXPECT_FALSE(Contains(Visit("/docs/").body, ".secret"));
-    Ok({"set", "showHiddenFiles", "1"});
-    EXPECT_TRUE(Contains(Visit("/docs/").body, ".secret"));
-    EXPECT_EQ(Ok({"get", "showHiddenFiles"}), Ok({"get", "singleInstance"}));
-    CtlResult bad = Ctl({"set", "keepAliveTimeout", "forever"});
-    EXPECT_EQ(bad.code, 1);
-    EXPECT_TRUE(Contains(bad.err, "keepAliveTimeout")) << bad.err;
-    EXPECT_EQ(Ctl({"get", "noSuchKey"}).code, 1);
-    EXPECT_TRUE(Contains(Ok({"get"}), "keepAliveTimeout"));
-}
-
-TEST_F(CtlEndToEndTest, EditsMountIniWhenNoProgramRunsForTheNextOneToServe) {
-    home_.Write("mount.ini", "uiLanguageFile=English.wul\r\nconsolePort=0\r\n");
-    TempFolder pictures;
-    pictures.Write("cat.jpg", "meow");
-    Ok({"mount", "add", "pics", pictures.Path()});
-    Ok({"mount", "add", "cat", pictures / "cat.jpg", "--note", "one file"});
-    EXPECT_TRUE(Contains(Ok({"mount", "list"}), "cat   file    " + pictures / "cat.jpg"));
-    Ok({"user", "add", "eve"}, "pw\n");
-    Ok({"rights", ".anonymous", "pics", "-"});
-    Ok({"rights", "eve", "pics", "ldu"});
-    Ok({"ipfilter", "add", "10.1.*.*", "ban"});
-    Ok({"limits", "perIPdownloadConnectionLimit=4"});
-    Ok({"set", "keepAliveTimeout", "42"});
-    EXPECT_EQ(Ok({"get", "keepAliveTimeout"}), "42\n");
-    EXPECT_EQ(Ctl({"set", "keepAliveTimeout", "0"}).code, 1);
-    CtlResult refused = Ctl({"mount", "add", "pics", pictures.Path()});
-    EXPECT_EQ(refused.code, 1);
-    EXPECT_TRUE(Contains(refused.err, "name: ")) << refused.err;
-    // What needs a running program says that none runs.
-    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-             {"status"}, {"transfers"}, {"kick", "1"}, {"log"}, {"console"}}) {
-        CtlResult result = Ctl(words);
-        EXPECT_EQ(result.code, 3) << words[0];
-        EXPECT_TRUE(Contains(result.err, "not running")) << result.err;
-    }
-
-    Relaunch();
-    AwaitConsole();
-    EXPECT_EQ(VisitAs("/pics/cat.jpg"), 401);
-    EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:pw"), 200);
-    EXPECT_EQ(Visit("/cat").body, "meow");
-    EXPECT_TRUE(Contains(console_->Get("rights").body, "\"eve\":{\"cat\":3,\"pics\":7}"))
-        << console_->Get("rights").body;
-    EXPECT_EQ(console_->Get("ipfilter").body, "[{\"rule\":\"10.1.*.*\",\"action\":\"ban\"}]");
-    EXPECT_TRUE(Contains(console_->Get("limits").body, "\"perIPdownloadConnectionLimit\":4"));
-    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "keepAliveTimeout=42\r\n"));
-    // With the program running the same command goes to it, not to the file it holds.
-    Ok({"mount", "rm", "cat"});
-    EXPECT_EQ(Visit("/cat").status, 404);
-}
-
-TEST_F(CtlEndToEndTest, ExitCodesSayWhatFailed) {
+TEST_F(CtlEndToEndTest, EditsTheSharingModelOfflineAndOnlineAndSaysWhatFailed) {
     const std::vector<std::string> usage_errors[] = {
         {},
         {"frobnicate"},
@@ -260,16 +161,92 @@ TEST_F(CtlEndToEndTest, ExitCodesSayWhatFailed) {
     }
     EXPECT_FALSE(home_.Exists("mount.ini"));  // a bad line touches nothing
 
-    StartWithConsole();
+    home_.Write("mount.ini", "mounts+=docs|" + share_.Path() +
+                                 "|x|yes|x|no\r\nuiLanguageFile=English.wul\r\nconsolePort=0\r\n");
+    TempFolder pictures;
+    pictures.Write("cat.jpg", "meow");
+    Ok({"mount", "add", "pics", pictures.Path(), "--note", "holiday"});
+    Ok({"mount", "add", "cat", pictures / "cat.jpg"});
+    std::string mounts = Ok({"mount", "list"});
+    EXPECT_TRUE(Contains(mounts, "cat   file    " + pictures / "cat.jpg") &&
+                Contains(mounts, "pics  folder  " + pictures.Path() + " ") &&
+                mounts.ends_with("  holiday\n"))
+        << mounts;
+    EXPECT_EQ(Ok({"user", "add", "eve"}, "pw\n"), "eve\n");  // the password from standard input
+    Ok({"rights", ".anonymous", "pics", "-"});
+    EXPECT_EQ(Ok({"rights", "eve", "pics", "ldu"}), "eve  pics  ldu-\n");
+    Ok({"ipfilter", "add", "10.1.*.*", "ban"});
+    EXPECT_TRUE(Contains(Ok({"limits", "perIPdownloadConnectionLimit=4"}),
+                         "perIPdownloadConnectionLimit     4\n"));
+    EXPECT_EQ(Ctl({"limits", "downloadConnectionLimit=lots"}).code, 1);
+    Ok({"set", "keepAliveTimeout", "42"});
+    EXPECT_EQ(Ok({"get", "keepAliveTimeout"}), "42\n");
+    CtlResult bad = Ctl({"set", "keepAliveTimeout", "forever"});
+    EXPECT_EQ(bad.code, 1);
+    EXPECT_TRUE(Contains(bad.err, "keepAliveTimeout")) << bad.err;
+    EXPECT_EQ(Ctl({"get", "noSuchKey"}).code, 1);
+    EXPECT_TRUE(Contains(Ok({"get"}), "keepAliveTimeout"));
+    const struct {
+        std::vector<std::string> words;
+        std::string says;
+    } refusals[] = {{{"mount", "add", "pics", pictures.Path()}, "name: "},
+                    {{"mount", "add", "gone", pictures / "nowhere"}, "path: "}};
+    for (const auto& refusal : refusals) {
+        CtlResult refused = Ctl(refusal.words);
+        EXPECT_EQ(refused.code, 1);
+        EXPECT_TRUE(Contains(refused.err, refusal.says)) << refused.err;
+    }
+    // What needs a running program says that none runs.
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"status"}, {"transfers"}, {"kick", "1"}, {"log"}, {"console"}}) {
+        CtlResult result = Ctl(words);
+        EXPECT_EQ(result.code, 3) << words[0];
+        EXPECT_TRUE(Contains(result.err, "not running")) << result.err;
+    }
+
+    Relaunch();
     AwaitConsole();
-    // A token that is not the running program's.
+    EXPECT_EQ(VisitAs("/pics/cat.jpg"), 401);
+    EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:pw"), 200);
+    EXPECT_EQ(Visit("/cat").body, "meow");
+    EXPECT_EQ(console_->Get("ipfilter").body, "[{\"rule\":\"10.1.*.*\",\"action\":\"ban\"}]");
+    EXPECT_TRUE(Contains(console_->Get("limits").body, "\"perIPdownloadConnectionLimit\":4"));
+    EXPECT_TRUE(Contains(home_.Read("mount.ini"), "keepAliveTimeout=42\r\n"));
+
+    // With the program running the same commands go to it, not to the file it holds.
+    Ok({"mount", "rm", "cat"});
+    EXPECT_EQ(Visit("/cat").status, 404);
+    TempFolder secrets;
+    secrets.Write("pw", "second\n");
+    Ok({"user", "passwd", "eve", "--password-file", secrets / "pw"});
+    EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:pw"), 401);
+    EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:second"), 200);
+    EXPECT_EQ(Ok({"--json", "user", "list"}), console_->Get("accounts").body + "\n");
+    // Administration is granted only when confirmed; no terminal asks, so --yes must.
+    CtlResult unconfirmed = Ctl({"rights", "eve", "pics", "ldua"});
+    EXPECT_EQ(unconfirmed.code, 1);
+    EXPECT_TRUE(Contains(unconfirmed.err, "confirmAdmin: ")) << unconfirmed.err;
+    Ok({"rights", "eve", "pics", "15", "--yes"});
+    EXPECT_TRUE(Contains(Ok({"rights"}), "eve         pics   ldua\n")) << Ok({"rights"});
+    // The owner counts rules from 1, the console from 0.
+    Ok({"ipfilter", "add", "127.0.0.1", "ban"});
+    EXPECT_EQ(VisitAs("/pics/"), 403);
+    Ok({"ipfilter", "up", "2"});
+    EXPECT_EQ(Ok({"ipfilter", "list"}),
+              "#  ACTION  RULE\n1  ban     127.0.0.1\n2  ban     10.1.*.*\n");
+    Ok({"ipfilter", "rm", "1"});
+    share_.Write(".secret", "hidden");
+    Ok({"set", "showHiddenFiles", "1"});
+    EXPECT_TRUE(Contains(Visit("/docs/").body, ".secret"));
+
+    // A token that is not the running program's, and a console that is gone while the
+    // program holds the home.
     const std::string token = home_.Read("console.token");
     home_.Write("console.token", std::string(32, 'a') + "\n");
     CtlResult stranger = Ctl({"mount", "list"});
     EXPECT_EQ(stranger.code, 4);
     EXPECT_TRUE(Contains(stranger.err, "refused the token")) << stranger.err;
     home_.Write("console.token", token);
-    // A console that is gone while the program holds the home.
     const std::string port = home_.Read("console.port");
     home_.Write("console.port", "1\n");
     EXPECT_EQ(Ctl({"status"}).code, 4);
