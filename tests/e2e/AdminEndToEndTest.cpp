@@ -81,8 +81,6 @@ TEST_F(AdminEndToEndTest, ActionsNeedTheAdministrationRightAndThisSitesPages) {
         EXPECT_EQ(Act("/docs/", action, fields, forged).status, 403) << action;
     }
     EXPECT_EQ(share_.Read("a.txt"), "alpha");
-    EXPECT_TRUE(Contains(Visit("/docs/", kBob).body, "admin-tools"));
-    EXPECT_FALSE(Contains(Visit("/docs/").body, "admin-tools"));
 
     // The same site's own pages pass, and a plain form ends on the folder's listing.
     HttpResponse renamed =

@@ -180,9 +180,7 @@ TEST_F(ConsoleControlEndToEndTest, TheOwnerWatchesAndKicksADownloadThroughEvents
     StartWithConsole("totalDownloadSpeedLimit=50\r\n");
     auto stream = std::make_unique<EventStream>(console_->Port(), console_->Owner());
     ASSERT_TRUE(stream->ReadUntil([&] { return Contains(stream->raw_, "\r\n\r\n"); }));
-    EXPECT_TRUE(stream->raw_.starts_with("HTTP/1.1 200 "));
     EXPECT_TRUE(Contains(stream->raw_, "Content-Type: text/event-stream"));
-    EXPECT_TRUE(Contains(stream->raw_, "Transfer-Encoding: chunked"));
 
     std::atomic<bool> ended{false};
     std::string received;
@@ -193,8 +191,9 @@ TEST_F(ConsoleControlEndToEndTest, TheOwnerWatchesAndKicksADownloadThroughEvents
         received = testing::ReadToClose(socket);
         ended = true;
     });
-    // The download shows as rows no more often than twice a second, and as log lines: four
-    // rows take at least a second, however late each one was read.
+    // The download shows as rows no more often than twice a second, and as log lines. Four
+    // rows leave the server over a second and a half; the check allows for the first one
+    // being read late on a loaded machine, not for rows sent back to back.
     auto rows = [](const std::vector<StreamedEvent>& events) {
         std::vector<StreamedEvent> found;
         for (const StreamedEvent& event : events) {
