@@ -12,6 +12,8 @@
 #include "core/Base64.h"
 #include "core/JsonValue.h"
 #include "support/RunningShare.h"
+#include "support/Shell.h"
+#include "support/SpawnedProgram.h"
 #include "support/WaitUntil.h"
 
 namespace Zarn {
@@ -26,44 +28,27 @@ struct CtlResult {
     std::string err;
 };
 
-// `lumidrop ctl --home HOME WORDS...` with `input` as its standard input.
-class CtlProcess {
-public:
-    CtlProcess(const std::string& home, const std::vector<std::string>& words,
-               const std::string& input = "")
-        : child_(Argv(home, words), scratch_ / "stderr", Input(scratch_, input)) {}
-
-    bool ReadUntil(const std::string& part) { return child_.ReadUntil(part); }
-    CtlResult Wait() {
-        int code = child_.Wait();
-        return {code, child_.Output(), scratch_.Read("stderr")};
-    }
-    [[nodiscard]] const std::string& Output() const { return child_.Output(); }
-
-private:
-    static std::vector<std::string> Argv(const std::string& home,
-                                         const std::vector<std::string>& words) {
-        std::vector<std::string> argv = {LUMIDROP_BINARY, "ctl", "--home", home};
-        argv.insert(argv.end(), words.begin(), words.end());
-        return argv;
-    }
-    static std::string Input(const TempFolder& scratch, const std::string& input) {
-        scratch.Write("stdin", input);
-        return scratch / "stdin";
-    }
-
-    TempFolder scratch_;  // before the child, whose files it holds
-    testing::SpawnedProgram child_;
-};
-
 class CtlEndToEndTest : public testing::RunningShare {
 protected:
     // The console's port is published just after its line is printed.
     void AwaitConsole() {
         ASSERT_TRUE(testing::WaitUntil([&] { return home_.Exists("console.port"); }));
     }
+    // `lumidrop ctl --home HOME WORDS...`, for a command that keeps following the program.
+    [[nodiscard]] std::vector<std::string> Argv(const std::vector<std::string>& words) const {
+        std::vector<std::string> argv = {LUMIDROP_BINARY, "ctl", "--home", home_.Path()};
+        argv.insert(argv.end(), words.begin(), words.end());
+        return argv;
+    }
+    // The same run to its end, with `input` as its standard input.
     CtlResult Ctl(const std::vector<std::string>& words, const std::string& input = "") {
-        return CtlProcess(home_.Path(), words, input).Wait();
+        scratch_.Write("stdin", input);
+        std::string command;
+        for (const std::string& word : Argv(words))
+            command += testing::Quoted(word) + " ";
+        testing::CommandResult run =
+            testing::Shell(command + "<" + scratch_ / "stdin" + " 2>" + scratch_ / "stderr");
+        return {run.status, run.output, scratch_.Read("stderr")};
     }
     // Runs the command and expects it to succeed.
     std::string Ok(const std::vector<std::string>& words, const std::string& input = "") {
@@ -91,6 +76,8 @@ protected:
                                  : "Authorization: Basic " + Base64Encode(credentials) + "\r\n")
             .status;
     }
+
+    TempFolder scratch_;
 };
 
 TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
@@ -124,9 +111,9 @@ TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
     EXPECT_TRUE(Contains(Ok({"log"}), "Korvel Lumidrop"));
 
     // A download paced slowly enough to be seen, followed and kicked.
-    CtlProcess watch(home_.Path(), {"transfers", "--watch"});
+    testing::SpawnedProgram watch(Argv({"transfers", "--watch"}), scratch_ / "watch.err");
     ASSERT_TRUE(watch.ReadUntil("ID  KIND"));
-    CtlProcess follow(home_.Path(), {"log", "-f"});
+    testing::SpawnedProgram follow(Argv({"log", "-f"}), scratch_ / "follow.err");
     ASSERT_TRUE(follow.ReadUntil("Korvel Lumidrop"));
     TCPSocket visitor = testing::ConnectTo(port_);
     testing::SendAll(visitor, "GET /docs/big.bin HTTP/1.1\r\nHost: t\r\n\r\n");
@@ -145,8 +132,8 @@ TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
 
     // The program ends: the followers see their stream close and end too.
     Stop();
-    EXPECT_EQ(follow.Wait().code, 0);
-    EXPECT_EQ(watch.Wait().code, 0);
+    EXPECT_EQ(follow.Wait(), 0);
+    EXPECT_EQ(watch.Wait(), 0);
 }
 
 // One round trip per command family, first on a home where no program runs (the next one
