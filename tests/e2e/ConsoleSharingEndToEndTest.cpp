@@ -58,7 +58,8 @@ TEST_F(ConsoleSharingEndToEndTest, MountsAccountsAndRightsAreServedAtOnceAndSurv
     EXPECT_EQ(Visit("/one").status, 404);
     EXPECT_FALSE(Contains(home_.Read("mount.ini"), "mounts+="));
 
-    // Anonymous visitors start with 3; an account gets the default 3 too.
+    // Anonymous visitors start with 3; an account gets the default 3 too. Passwords and
+    // what each right allows are the account registry's tests.
     Change("mounts/add", "name=docs&path=" + Share());
     EXPECT_EQ(Visit("/docs/a.txt").body, "shared");
     Change("rights/set", "account=.anonymous&mount=docs&rights=0");
@@ -66,16 +67,7 @@ TEST_F(ConsoleSharingEndToEndTest, MountsAccountsAndRightsAreServedAtOnceAndSurv
     EXPECT_TRUE(
         Contains(Change("accounts/add", "name=alice&password=s%26cret"), "\"anonymous\":false"));
     EXPECT_EQ(As("alice", "s&cret", "/docs/a.txt").body, "shared");
-    EXPECT_EQ(As("alice", "wrong", "/docs/a.txt").status, 401);
-    Change("rights/set", "account=alice&mount=docs&rights=1");
-    EXPECT_EQ(As("alice", "s&cret", "/docs/a.txt").status, 401);
-    EXPECT_EQ(As("alice", "s&cret", "/docs/").status, 200);
-
-    // Deleting through the web pages needs the owner to say yes.
-    HttpResponse unconfirmed = console_->Post("rights/set", "account=alice&mount=docs&rights=11");
-    EXPECT_EQ(unconfirmed.status, 409);
-    EXPECT_TRUE(Contains(unconfirmed.body, "\"field\":\"confirmAdmin\"")) << unconfirmed.body;
-    EXPECT_TRUE(Contains(console_->Get("rights").body, "\"alice\":{\"docs\":1}"));
+    // Deleting through the web pages needs the owner to say yes (ctl's test sees the refusal).
     Change("rights/set", "account=alice&mount=docs&rights=11&confirmAdmin=1");
 
     // A renamed account keeps its password and rights; a renamed mount keeps its grants,
@@ -87,12 +79,8 @@ TEST_F(ConsoleSharingEndToEndTest, MountsAccountsAndRightsAreServedAtOnceAndSurv
     EXPECT_TRUE(Contains(console_->Get("rights").body, "\"bob\":{\"papers\":11}"));
     EXPECT_EQ(As("bob", "s&cret", "/papers/a.txt").body, "shared");
     EXPECT_EQ(Visit("/papers/a.txt").status, 401);
-
-    Change("accounts/password", "name=bob&password=new");
-    EXPECT_EQ(As("bob", "s&cret", "/papers/a.txt").status, 401);
-    EXPECT_EQ(As("bob", "new", "/papers/a.txt").body, "shared");
     EXPECT_EQ(Change("accounts/remove", "name=bob"), "{\"ok\":true}");
-    EXPECT_EQ(As("bob", "new", "/papers/a.txt").status, 401);
+    EXPECT_EQ(As("bob", "s&cret", "/papers/a.txt").status, 401);
     EXPECT_FALSE(Contains(home_.Read("mount.ini"), "bob"));
 }
 
