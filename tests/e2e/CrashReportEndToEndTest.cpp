@@ -64,22 +64,19 @@ protected:
             EXPECT_EQ(program.KillWith(signal), signal) << "the program must die of the signal";
         }
         std::string latest = LocalStamp();
-        std::set<std::string> after = Reports();
         std::vector<std::string> added;
-        std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
-                            std::back_inserter(added));
+        std::ranges::set_difference(Reports(), before, std::back_inserter(added));
         if (added.size() != 1) {
             ADD_FAILURE() << added.size() << " new reports after " << signal_name;
             return {};
         }
-        std::string name = added.front();
-        std::string stamp = name.substr(6, 15);  // crash-YYYYMMDD-HHMMSS
-        EXPECT_TRUE(earliest <= stamp && stamp <= latest)
-            << name << " is not named for the local time between " << earliest << " and " << latest;
-        EXPECT_NE(ProgramLog().find("crash report: " + home_ / ("Log/" + name)), std::string::npos)
-            << "standard error must say where the report is:\n"
+        std::string stamp = added[0].substr(6, 15);  // crash-YYYYMMDD-HHMMSS, local time
+        EXPECT_TRUE(earliest <= stamp && stamp <= latest) << added[0] << " " << earliest;
+        // Standard error says where the report is.
+        EXPECT_TRUE(ProgramLog().find("crash report: " + home_ / ("Log/" + added[0])) !=
+                    std::string::npos)
             << ProgramLog();
-        return name;
+        return added[0];
     }
 
     std::string ProgramLog() const { return testing::ReadWholeFile(home_.Path() + ".stderr"); }
@@ -90,13 +87,12 @@ protected:
 
 void ExpectUsableReport(const std::string& report, const std::string& signal_line) {
     EXPECT_NE(report.find(signal_line), std::string::npos) << report;
-    std::string version = std::string(kProductName) + " " + kVersionText + " (revision " +
-                          std::to_string(kRevision) + ")";
-    EXPECT_NE(report.find(version), std::string::npos) << report;
-    size_t trace = report.find("\nBacktrace:\n");
-    size_t map = report.find("\nMemory map:\n");
-    ASSERT_NE(trace, std::string::npos) << report;
-    ASSERT_NE(map, std::string::npos) << report;
+    EXPECT_NE(report.find(std::string(kProductName) + " " + kVersionText + " (revision " +
+                          std::to_string(kRevision) + ")"),
+              std::string::npos)
+        << report;
+    size_t trace = report.find("\nBacktrace:\n"), map = report.find("\nMemory map:\n");
+    ASSERT_TRUE(trace != std::string::npos && map != std::string::npos) << report;
     std::string frames = report.substr(trace, map - trace);
     // The handler, the signal's return frame, what was interrupted, main and the start.
     EXPECT_GE(CountOf(frames, "[0x"), 5u) << frames;
@@ -114,9 +110,8 @@ TEST_F(CrashReportTest, FaultLeavesAReportThatTheNextStartMentionsOnce) {
 
     std::string abrt = CrashWith(SIGABRT, "SIGABRT");
     ASSERT_FALSE(abrt.empty());
-    EXPECT_EQ(CountOf(started_log_, home_ / ("Log/" + segv)), 1u)
-        << "the start after the crash names its report:\n"
-        << started_log_;
+    // The start after the crash named its report.
+    EXPECT_EQ(CountOf(started_log_, home_ / ("Log/" + segv)), 1u) << started_log_;
     ExpectUsableReport(home_.Read("Log/" + abrt), "Signal: SIGABRT (6)");
 
     ProgramRunner program(home_.Path());

@@ -12,6 +12,8 @@
 #include "core/Base64.h"
 #include "core/JsonValue.h"
 #include "support/RunningShare.h"
+#include "support/Shell.h"
+#include "support/SpawnedProgram.h"
 #include "support/WaitUntil.h"
 
 namespace Zarn {
@@ -26,44 +28,27 @@ struct CtlResult {
     std::string err;
 };
 
-// `lumidrop ctl --home HOME WORDS...` with `input` as its standard input.
-class CtlProcess {
-public:
-    CtlProcess(const std::string& home, const std::vector<std::string>& words,
-               const std::string& input = "")
-        : child_(Argv(home, words), scratch_ / "stderr", Input(scratch_, input)) {}
-
-    bool ReadUntil(const std::string& part) { return child_.ReadUntil(part); }
-    CtlResult Wait() {
-        int code = child_.Wait();
-        return {code, child_.Output(), scratch_.Read("stderr")};
-    }
-    [[nodiscard]] const std::string& Output() const { return child_.Output(); }
-
-private:
-    static std::vector<std::string> Argv(const std::string& home,
-                                         const std::vector<std::string>& words) {
-        std::vector<std::string> argv = {LUMIDROP_BINARY, "ctl", "--home", home};
-        argv.insert(argv.end(), words.begin(), words.end());
-        return argv;
-    }
-    static std::string Input(const TempFolder& scratch, const std::string& input) {
-        scratch.Write("stdin", input);
-        return scratch / "stdin";
-    }
-
-    TempFolder scratch_;  // before the child, whose files it holds
-    testing::SpawnedProgram child_;
-};
-
 class CtlEndToEndTest : public testing::RunningShare {
 protected:
     // The console's port is published just after its line is printed.
     void AwaitConsole() {
         ASSERT_TRUE(testing::WaitUntil([&] { return home_.Exists("console.port"); }));
     }
+    // `lumidrop ctl --home HOME WORDS...`, for a command that keeps following the program.
+    [[nodiscard]] std::vector<std::string> Argv(const std::vector<std::string>& words) const {
+        std::vector<std::string> argv = {LUMIDROP_BINARY, "ctl", "--home", home_.Path()};
+        argv.insert(argv.end(), words.begin(), words.end());
+        return argv;
+    }
+    // The same run to its end, with `input` as its standard input.
     CtlResult Ctl(const std::vector<std::string>& words, const std::string& input = "") {
-        return CtlProcess(home_.Path(), words, input).Wait();
+        scratch_.Write("stdin", input);
+        std::string command;
+        for (const std::string& word : Argv(words))
+            command += testing::Quoted(word) + " ";
+        testing::CommandResult run =
+            testing::Shell(command + "<" + scratch_ / "stdin" + " 2>" + scratch_ / "stderr");
+        return {run.status, run.output, scratch_.Read("stderr")};
     }
     // Runs the command and expects it to succeed.
     std::string Ok(const std::vector<std::string>& words, const std::string& input = "") {
@@ -72,6 +57,18 @@ protected:
                                   << result.err;
         return result.out;
     }
+    struct Failure {
+        std::vector<std::string> words;
+        int code;
+        std::string says;
+    };
+    void ExpectFailures(const std::vector<Failure>& failures) {
+        for (const Failure& failure : failures) {
+            CtlResult result = Ctl(failure.words);
+            EXPECT_EQ(result.code, failure.code) << (failure.words.empty() ? "" : failure.words[0]);
+            EXPECT_TRUE(!result.err.empty() && Contains(result.err, failure.says)) << result.err;
+        }
+    }
     // The visitors' answer to GET /TARGET, as the account (or nobody) asks.
     int VisitAs(const std::string& target, const std::string& credentials = "") {
         return Visit(target, credentials.empty()
@@ -79,6 +76,8 @@ protected:
                                  : "Authorization: Basic " + Base64Encode(credentials) + "\r\n")
             .status;
     }
+
+    TempFolder scratch_;
 };
 
 TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
@@ -112,9 +111,9 @@ TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
     EXPECT_TRUE(Contains(Ok({"log"}), "Korvel Lumidrop"));
 
     // A download paced slowly enough to be seen, followed and kicked.
-    CtlProcess watch(home_.Path(), {"transfers", "--watch"});
+    testing::SpawnedProgram watch(Argv({"transfers", "--watch"}), scratch_ / "watch.err");
     ASSERT_TRUE(watch.ReadUntil("ID  KIND"));
-    CtlProcess follow(home_.Path(), {"log", "-f"});
+    testing::SpawnedProgram follow(Argv({"log", "-f"}), scratch_ / "follow.err");
     ASSERT_TRUE(follow.ReadUntil("Korvel Lumidrop"));
     TCPSocket visitor = testing::ConnectTo(port_);
     testing::SendAll(visitor, "GET /docs/big.bin HTTP/1.1\r\nHost: t\r\n\r\n");
@@ -133,143 +132,102 @@ TEST_F(CtlEndToEndTest, WatchesTheRunningProgram) {
 
     // The program ends: the followers see their stream close and end too.
     Stop();
-    EXPECT_EQ(follow.Wait().code, 0);
-    EXPECT_EQ(watch.Wait().code, 0);
-    EXPECT_EQ(Ctl({"status"}).code, 3);
+    EXPECT_EQ(follow.Wait(), 0);
+    EXPECT_EQ(watch.Wait(), 0);
 }
 
-// One round trip per command family: what each change does to the running program is the
+// One round trip per command family, first on a home where no program runs (the next one
+// serves what was saved), then against the running program. What each change does is the
 // console interface's own test; here, ctl's arguments, its output and its exit codes.
-TEST_F(CtlEndToEndTest, EditsTheRunningProgramsSharingModelAtOnce) {
-    StartWithConsole();
-    AwaitConsole();
+TEST_F(CtlEndToEndTest, EditsTheSharingModelOfflineAndOnlineAndSaysWhatFailed) {
+    // Usage errors (2) and what needs a running program (3) touch nothing.
+    ExpectFailures({{{}, 2, ""},
+                    {{"frobnicate"}, 2, ""},
+                    {{"status", "now"}, 2, ""},
+                    {{"mount", "add", "only-a-name"}, 2, ""},
+                    {{"rights", "bob", "docs", "xyz"}, 2, ""},
+                    {{"rights", "bob", "docs", "16"}, 2, ""},
+                    {{"ipfilter", "rm", "0"}, 2, ""},
+                    {{"limits", "=3"}, 2, ""},
+                    {{"status", "--colour"}, 2, ""},
+                    {{"mount", "add", "a", "/tmp", "--note"}, 2, ""},
+                    {{"status"}, 3, "not running"},
+                    {{"transfers"}, 3, "not running"},
+                    {{"kick", "1"}, 3, "not running"},
+                    {{"log"}, 3, "not running"},
+                    {{"console"}, 3, "not running"}});
+    EXPECT_FALSE(home_.Exists("mount.ini"));  // a bad line touches nothing
+
+    home_.Write("mount.ini", "mounts+=docs|" + share_.Path() +
+                                 "|x|yes|x|no\r\nuiLanguageFile=English.wul\r\nconsolePort=0\r\n");
     TempFolder pictures;
     pictures.Write("cat.jpg", "meow");
-    Ok({"mount", "add", "photos", pictures.Path(), "--note", "holiday"});
-    EXPECT_EQ(VisitAs("/photos/cat.jpg"), 200);
+    Ok({"mount", "add", "pics", pictures.Path(), "--note", "holiday"});
+    Ok({"mount", "add", "cat", pictures / "cat.jpg"});
     std::string mounts = Ok({"mount", "list"});
-    EXPECT_TRUE(Contains(mounts, "photos  folder  " + pictures.Path() + "  holiday")) << mounts;
-    CtlResult missing = Ctl({"mount", "add", "gone", pictures / "nowhere"});
-    EXPECT_EQ(missing.code, 1);
-    EXPECT_TRUE(Contains(missing.err, "path: ")) << missing.err;
-
-    // An account whose password comes from standard input, then from a file.
-    Ok({"rights", ".anonymous", "photos", "-"});
-    EXPECT_EQ(VisitAs("/photos/cat.jpg"), 401);
-    EXPECT_EQ(Ok({"user", "add", "bob"}, "first secret\n"), "bob\n");
-    EXPECT_EQ(Ok({"rights", "bob", "photos", "ld"}), "bob  photos  ld--\n");
-    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:first secret"), 200);
-    TempFolder secrets;
-    secrets.Write("pw", "second\n");
-    Ok({"user", "passwd", "bob", "--password-file", secrets / "pw"});
-    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:first secret"), 401);
-    EXPECT_EQ(VisitAs("/photos/cat.jpg", "bob:second"), 200);
-    EXPECT_EQ(Ok({"--json", "user", "list"}), console_->Get("accounts").body + "\n");
-    // Administration is granted only when confirmed; no terminal asks, so --yes must.
-    CtlResult unconfirmed = Ctl({"rights", "bob", "photos", "ldua"});
-    EXPECT_EQ(unconfirmed.code, 1);
-    EXPECT_TRUE(Contains(unconfirmed.err, "confirmAdmin: ")) << unconfirmed.err;
-    Ok({"rights", "bob", "photos", "15", "--yes"});
-    std::string rights = Ok({"rights"});
-    EXPECT_TRUE(Contains(rights, "bob         photos  ldua\n")) << rights;
-
-    // The owner counts rules from 1, the console from 0.
-    Ok({"ipfilter", "add", "10.0.0.*", "allow"});
-    Ok({"ipfilter", "add", "127.0.0.1", "ban"});
-    EXPECT_EQ(VisitAs("/docs/"), 403);
-    Ok({"ipfilter", "up", "2"});
-    EXPECT_EQ(Ok({"ipfilter", "list"}),
-              "#  ACTION  RULE\n1  ban     127.0.0.1\n2  allow   10.0.0.*\n");
-
-    EXPECT_TRUE(Contains(Ok({"limits", "totalDownloadSpeedLimit=70", "downloadConnectionLimit=3"}),
-                         "totalDownloadSpeedLimit          70\n"));
-    EXPECT_EQ(Ctl({"limits", "downloadConnectionLimit=lots"}).code, 1);
-
-    // Any other setting, by its mount.ini key, checked as the console checks it.
-    Ok({"ipfilter", "rm", "1"});
-    share_.Write(".secret", "hidden");
-    EXPECT_FALSE(Contains(Visit("/docs/").body, ".secret"));
-    Ok({"set", "showHiddenFiles", "1"});
-    EXPECT_TRUE(Contains(Visit("/docs/").body, ".secret"));
-    EXPECT_EQ(Ok({"get", "showHiddenFiles"}), Ok({"get", "singleInstance"}));
-    CtlResult bad = Ctl({"set", "keepAliveTimeout", "forever"});
-    EXPECT_EQ(bad.code, 1);
-    EXPECT_TRUE(Contains(bad.err, "keepAliveTimeout")) << bad.err;
-    EXPECT_EQ(Ctl({"get", "noSuchKey"}).code, 1);
-    EXPECT_TRUE(Contains(Ok({"get"}), "keepAliveTimeout"));
-}
-
-TEST_F(CtlEndToEndTest, EditsMountIniWhenNoProgramRunsForTheNextOneToServe) {
-    home_.Write("mount.ini", "uiLanguageFile=English.wul\r\nconsolePort=0\r\n");
-    TempFolder pictures;
-    pictures.Write("cat.jpg", "meow");
-    Ok({"mount", "add", "pics", pictures.Path()});
-    Ok({"mount", "add", "cat", pictures / "cat.jpg", "--note", "one file"});
-    EXPECT_TRUE(Contains(Ok({"mount", "list"}), "cat   file    " + pictures / "cat.jpg"));
-    Ok({"user", "add", "eve"}, "pw\n");
+    EXPECT_TRUE(Contains(mounts, "cat   file    " + pictures / "cat.jpg") &&
+                Contains(mounts, "pics  folder  " + pictures.Path() + " ") &&
+                mounts.ends_with("  holiday\n"))
+        << mounts;
+    EXPECT_EQ(Ok({"user", "add", "eve"}, "pw\n"), "eve\n");  // the password from standard input
     Ok({"rights", ".anonymous", "pics", "-"});
-    Ok({"rights", "eve", "pics", "ldu"});
+    EXPECT_EQ(Ok({"rights", "eve", "pics", "ldu"}), "eve  pics  ldu-\n");
     Ok({"ipfilter", "add", "10.1.*.*", "ban"});
-    Ok({"limits", "perIPdownloadConnectionLimit=4"});
+    EXPECT_TRUE(Contains(Ok({"limits", "perIPdownloadConnectionLimit=4"}),
+                         "perIPdownloadConnectionLimit     4\n"));
     Ok({"set", "keepAliveTimeout", "42"});
     EXPECT_EQ(Ok({"get", "keepAliveTimeout"}), "42\n");
-    EXPECT_EQ(Ctl({"set", "keepAliveTimeout", "0"}).code, 1);
-    CtlResult refused = Ctl({"mount", "add", "pics", pictures.Path()});
-    EXPECT_EQ(refused.code, 1);
-    EXPECT_TRUE(Contains(refused.err, "name: ")) << refused.err;
-    // What needs a running program says that none runs.
-    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-             {"status"}, {"transfers"}, {"kick", "1"}, {"log"}, {"console"}}) {
-        CtlResult result = Ctl(words);
-        EXPECT_EQ(result.code, 3) << words[0];
-        EXPECT_TRUE(Contains(result.err, "not running")) << result.err;
-    }
+    EXPECT_TRUE(Contains(Ok({"get"}), "keepAliveTimeout"));
+    // Refusals (1) name what was wrong.
+    ExpectFailures({{{"set", "keepAliveTimeout", "forever"}, 1, "keepAliveTimeout"},
+                    {{"limits", "downloadConnectionLimit=lots"}, 1, ""},
+                    {{"get", "noSuchKey"}, 1, ""},
+                    {{"mount", "add", "pics", pictures.Path()}, 1, "name: "},
+                    {{"mount", "add", "gone", pictures / "nowhere"}, 1, "path: "}});
 
     Relaunch();
     AwaitConsole();
     EXPECT_EQ(VisitAs("/pics/cat.jpg"), 401);
     EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:pw"), 200);
     EXPECT_EQ(Visit("/cat").body, "meow");
-    EXPECT_TRUE(Contains(console_->Get("rights").body, "\"eve\":{\"cat\":3,\"pics\":7}"))
-        << console_->Get("rights").body;
     EXPECT_EQ(console_->Get("ipfilter").body, "[{\"rule\":\"10.1.*.*\",\"action\":\"ban\"}]");
     EXPECT_TRUE(Contains(console_->Get("limits").body, "\"perIPdownloadConnectionLimit\":4"));
     EXPECT_TRUE(Contains(home_.Read("mount.ini"), "keepAliveTimeout=42\r\n"));
-    // With the program running the same command goes to it, not to the file it holds.
+
+    // With the program running the same commands go to it, not to the file it holds.
     Ok({"mount", "rm", "cat"});
     EXPECT_EQ(Visit("/cat").status, 404);
-}
+    TempFolder secrets;
+    secrets.Write("pw", "second\n");
+    Ok({"user", "passwd", "eve", "--password-file", secrets / "pw"});
+    EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:pw"), 401);
+    EXPECT_EQ(VisitAs("/pics/cat.jpg", "eve:second"), 200);
+    EXPECT_EQ(Ok({"--json", "user", "list"}), console_->Get("accounts").body + "\n");
+    // Administration is granted only when confirmed; no terminal asks, so --yes must.
+    CtlResult unconfirmed = Ctl({"rights", "eve", "pics", "ldua"});
+    EXPECT_EQ(unconfirmed.code, 1);
+    EXPECT_TRUE(Contains(unconfirmed.err, "confirmAdmin: ")) << unconfirmed.err;
+    Ok({"rights", "eve", "pics", "15", "--yes"});
+    EXPECT_TRUE(Contains(Ok({"rights"}), "eve         pics   ldua\n")) << Ok({"rights"});
+    // The owner counts rules from 1, the console from 0.
+    Ok({"ipfilter", "add", "127.0.0.1", "ban"});
+    EXPECT_EQ(VisitAs("/pics/"), 403);
+    Ok({"ipfilter", "up", "2"});
+    EXPECT_EQ(Ok({"ipfilter", "list"}),
+              "#  ACTION  RULE\n1  ban     127.0.0.1\n2  ban     10.1.*.*\n");
+    Ok({"ipfilter", "rm", "1"});
+    share_.Write(".secret", "hidden");
+    Ok({"set", "showHiddenFiles", "1"});
+    EXPECT_TRUE(Contains(Visit("/docs/").body, ".secret"));
 
-TEST_F(CtlEndToEndTest, ExitCodesSayWhatFailed) {
-    const std::vector<std::string> usage_errors[] = {
-        {},
-        {"frobnicate"},
-        {"status", "now"},
-        {"mount", "add", "only-a-name"},
-        {"rights", "bob", "docs", "xyz"},
-        {"rights", "bob", "docs", "16"},
-        {"ipfilter", "rm", "0"},
-        {"limits", "=3"},
-        {"status", "--colour"},
-        {"mount", "add", "a", "/tmp", "--note"},
-    };
-    for (const std::vector<std::string>& words : usage_errors) {
-        CtlResult result = Ctl(words);
-        EXPECT_EQ(result.code, 2) << (words.empty() ? "" : words.back());
-        EXPECT_FALSE(result.err.empty());
-    }
-    EXPECT_FALSE(home_.Exists("mount.ini"));  // a bad line touches nothing
-
-    StartWithConsole();
-    AwaitConsole();
-    // A token that is not the running program's.
+    // A token that is not the running program's, and a console that is gone while the
+    // program holds the home.
     const std::string token = home_.Read("console.token");
     home_.Write("console.token", std::string(32, 'a') + "\n");
     CtlResult stranger = Ctl({"mount", "list"});
     EXPECT_EQ(stranger.code, 4);
     EXPECT_TRUE(Contains(stranger.err, "refused the token")) << stranger.err;
     home_.Write("console.token", token);
-    // A console that is gone while the program holds the home.
     const std::string port = home_.Read("console.port");
     home_.Write("console.port", "1\n");
     EXPECT_EQ(Ctl({"status"}).code, 4);
