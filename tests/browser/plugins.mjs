@@ -13,7 +13,7 @@
 import fs from "node:fs";
 import path from "node:path";
 
-import { check, runBrowserTest, scratchHome, screenshot } from "./harness.mjs";
+import { check, openConsole, runBrowserTest, scratchHome, screenshot, showView } from "./harness.mjs";
 
 const picture = fs.readFileSync(new URL("../../res/demo/pictures/gradient.png", import.meta.url));
 const awkward = "<b>&amp; x.png";
@@ -85,7 +85,6 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
     const shownFile = decodeURIComponent(full.src);
     return full.complete && full.naturalWidth === 96 && shownFile.endsWith("/pics/pic-01.png");
   });
-  await screenshot(page, "gallery-viewer");
   await page.click("#gallery-next");
   check((await position()) === `3 / ${names.length}`, "next button");
   await page.keyboard.press("ArrowRight");
@@ -124,8 +123,8 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   await Promise.all([page.waitForURL(/action=Plugin/), page.click(probeButton)]);
   check(!page.url().includes("selectedFiles"), `no empty selection is sent: ${page.url()}`);
 
-  await page.goto(await consoleUrl);
-  await page.click('.tabs a[href="#plugins"]');
+  await openConsole(page, consoleUrl);
+  await showView(page, "plugins");
   const row = page.locator("#plugins-rows tr", { hasText: "probe_action" });
   await row.waitFor();
   check((await row.textContent()).includes("In use"), "the console shows the plug-in in use");
