@@ -85,19 +85,17 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
     const shownFile = decodeURIComponent(full.src);
     return full.complete && full.naturalWidth === 96 && shownFile.endsWith("/pics/pic-01.png");
   });
-  await page.click("#gallery-next");
-  check((await position()) === `3 / ${names.length}`, "next button");
-  await page.keyboard.press("ArrowRight");
-  check((await position()) === `4 / ${names.length}`, "right arrow");
-  const shown = decodeURIComponent(await page.getAttribute("#gallery-full", "src"));
-  check(shown.endsWith("/pics/pic-03.png"), `picture follows: ${shown}`);
-  await page.keyboard.press("ArrowLeft");
-  await page.keyboard.press("ArrowLeft");
-  await page.click("#gallery-previous");
-  check((await position()) === `1 / ${names.length}`, "back to the first");
-  check((await page.textContent("#gallery-caption")) === awkward, "caption as text");
-  await page.keyboard.press("ArrowLeft");
-  check((await position()) === `${names.length} / ${names.length}`, "round the start");
+  // Each step: a button or a key, and the position it leads to.
+  const steps = [["#gallery-next", 3], ["ArrowRight", 4], ["ArrowLeft", 3], ["ArrowLeft", 2],
+    ["#gallery-previous", 1], ["ArrowLeft", names.length]];
+  for (const [step, at] of steps) {
+    if (step.startsWith("#")) await page.click(step);
+    else await page.keyboard.press(step);
+    check((await position()) === `${at} / ${names.length}`, `${step} leads to ${await position()}`);
+    const shown = decodeURIComponent(await page.getAttribute("#gallery-full", "src"));
+    check(shown.endsWith(`/pics/${names[at - 1]}`), `picture follows: ${shown}`);
+    check((await page.textContent("#gallery-caption")) === names[at - 1], "caption as text");
+  }
   await page.keyboard.press("Escape");
   await page.waitForFunction(() => !document.getElementById("gallery-viewer").open);
 
