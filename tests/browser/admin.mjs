@@ -7,7 +7,7 @@
 import fs from "node:fs";
 import path from "node:path";
 
-import { check, runBrowserTest, scratchHome } from "./harness.mjs";
+import { check, openConsole, runBrowserTest, scratchHome, showView } from "./harness.mjs";
 
 const files = { "shared/folder/": "" };
 for (const name of ["a.txt", "b.txt", "c.txt"]) files[`shared/${name}`] = name;
@@ -56,8 +56,8 @@ await runBrowserTest(setup, async ({ page, base, consoleUrl }) => {
   check((await row("renamed.txt").count()) === 0, "the deleted rows are gone");
   check(await page.evaluate(() => window.stayed === true), "the page was never left");
 
-  await page.goto(await consoleUrl);
-  await page.click('.tabs a[href="#mounts"]');
+  await openConsole(page, consoleUrl);
+  await showView(page, "mounts");
   const trash = page.locator('#trash-rows li[data-name="docs"]');
   await trash.filter({ hasText: "Trash: 2 files" }).waitFor();
   page.once("dialog", (dialog) => dialog.accept());

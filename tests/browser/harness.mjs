@@ -44,6 +44,31 @@ export function check(condition, what) {
   if (!condition) throw new Error(`check failed: ${what}`);
 }
 
+// Opens the owner's console at the address the program printed, which hands over the token,
+// and waits for its first view; `api` reads the console's interface with the owner's cookie.
+export async function openConsole(page, consoleUrl) {
+  const address = await consoleUrl;
+  check(address?.includes("/?token="), `console address printed: ${address}`);
+  const consoleBase = new URL(address).origin;
+  await page.goto(address);
+  await page.waitForSelector("body[data-ready=true]");
+  const api = async (endpoint) => (await page.request.get(`${consoleBase}/api/v1/${endpoint}`)).json();
+  return { consoleBase, api };
+}
+
+// Switches the console to one of its views by its tab.
+export async function showView(page, name) {
+  await page.click(`.tabs a[href="#${name}"]`);
+  await page.waitForSelector(`#view-${name}:not([hidden])`);
+}
+
+// At a phone's width nothing may run off the side of the page.
+export async function checkFitsPhone(page, what, width = 390) {
+  await page.setViewportSize({ width, height: 844 });
+  const scrollWidth = await page.evaluate(() => document.documentElement.scrollWidth);
+  check(scrollWidth <= width, `${what} fits a phone: ${scrollWidth}px`);
+}
+
 // Starts the program on a free port; `port` resolves once it listens, `consoleUrl` to the
 // owner's console address when the program prints one (null if it exits first).
 export function startProgram(home, args = []) {
@@ -87,30 +112,41 @@ export async function scanQr(page, file) {
   }
 }
 
+// Runs `steps()`, then `tidy()` and removes `scratch` (which holds the home folder and the
+// shared files) whatever happened, and exits 1 if a step threw or `failed()` says so.
+export async function runSteps(scratch, tidy, steps, failed = () => false) {
+  let threw = false;
+  try {
+    await steps();
+  } catch (error) {
+    threw = true;
+    console.error(error);
+  } finally {
+    await tidy();
+    fs.rmSync(scratch, { recursive: true, force: true });
+  }
+  process.exit(threw || failed() ? 1 : 0);
+}
+
 // Runs `steps({ page, base, port, consoleUrl })` against the program started with `home`
-// (and any further `args`), then removes `scratch` (which holds the home folder and the
-// shared files) and exits.
+// (and any further `args`).
 export async function runBrowserTest({ home, scratch, args = [] }, steps) {
   const { child, port: portPromise, consoleUrl } = startProgram(home, args);
   let browser;
-  let failed = false;
-  try {
+  let pageFailed = false;
+  const tidy = async () => {
+    if (browser) await browser.close();
+    await stopProgram(child);
+  };
+  await runSteps(scratch, tidy, async () => {
     const port = await portPromise;
     browser = await chromium.launch({ executablePath: "/usr/bin/chromium", headless: true });
-    const page = await browser.newPage();
+    const page = await browser.newPage({ viewport: { width: 1280, height: 900 } });
     page.setDefaultTimeout(timeout);
     page.on("pageerror", (error) => {
-      failed = true;
+      pageFailed = true;
       console.error(`page error: ${error.message}`);
     });
     await steps({ page, base: `http://127.0.0.1:${port}`, port, consoleUrl });
-  } catch (error) {
-    failed = true;
-    console.error(error);
-  } finally {
-    if (browser) await browser.close();
-    await stopProgram(child);
-    fs.rmSync(scratch, { recursive: true, force: true });
-  }
-  process.exit(failed ? 1 : 0);
+  }, () => pageFailed);
 }

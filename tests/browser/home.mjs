@@ -9,7 +9,9 @@
 import net from "node:net";
 import path from "node:path";
 
-import { buildDir, check, runBrowserTest, scanQr as scanHomeQr, scratchHome, screenshot } from "./harness.mjs";
+import {
+  buildDir, check, checkFitsPhone, openConsole, runBrowserTest, scanQr as scanHomeQr, scratchHome,
+} from "./harness.mjs";
 
 const setup = scratchHome({ settings: ["consolePort=0"] });
 
@@ -28,13 +30,7 @@ function freePort() {
 const scanQr = (page, name) => scanHomeQr(page, path.join(buildDir, `browser-home-${name}.png`));
 
 await runBrowserTest(setup, async ({ page, port, consoleUrl }) => {
-  const address = await consoleUrl;
-  check(address, "console address printed");
-  const consoleBase = new URL(address).origin;
-  await page.setViewportSize({ width: 1280, height: 900 });
-  await page.goto(address);
-  await page.waitForSelector("body[data-ready=true]");
-  const status = async () => (await page.request.get(`${consoleBase}/api/v1/status`)).json();
+  const { consoleBase, api } = await openConsole(page, consoleUrl);
   // Waits until the image shows the QR code of the address on show, and returns that address.
   const shownQr = async () => {
     await page.waitForFunction(() => {
@@ -48,7 +44,7 @@ await runBrowserTest(setup, async ({ page, port, consoleUrl }) => {
 
   // The address is the one visitors reach the program at, and its code says the same.
   const first = await shownQr();
-  const { address: host } = await status();
+  const { address: host } = await api("status");
   check(first === `http://${host}:${port}/`, `visitors' address: ${first}`);
   check((await page.getAttribute("#home-qr", "alt")).includes(first), "image described");
   const scanned = await scanQr(page, "qr");
@@ -90,12 +86,9 @@ await runBrowserTest(setup, async ({ page, port, consoleUrl }) => {
 
   // At a phone's width the card stacks, nothing runs off the side, and the code stays
   // large enough to scan.
-  await page.setViewportSize({ width: 390, height: 844 });
-  const width = await page.evaluate(() => document.documentElement.scrollWidth);
-  check(width <= 390, `home fits a phone: ${width}px`);
+  await checkFitsPhone(page, "home");
   const box = await page.locator("#home-qr").boundingBox();
   check(box.x >= 0 && box.x + box.width <= 390 && box.width >= 200, `QR on a phone: ${JSON.stringify(box)}`);
   check((await scanQr(page, "qr-phone")) === second, "QR code reads on a phone");
-  await screenshot(page, "home-phone", true);
   console.log("browser home test passed");
 });

@@ -13,7 +13,7 @@
 import fs from "node:fs";
 import path from "node:path";
 
-import { check, runBrowserTest, scratchHome, screenshot } from "./harness.mjs";
+import { check, openConsole, runBrowserTest, scratchHome, screenshot, showView } from "./harness.mjs";
 
 const picture = fs.readFileSync(new URL("../../res/demo/pictures/gradient.png", import.meta.url));
 const awkward = "<b>&amp; x.png";
@@ -85,20 +85,17 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
     const shownFile = decodeURIComponent(full.src);
     return full.complete && full.naturalWidth === 96 && shownFile.endsWith("/pics/pic-01.png");
   });
-  await screenshot(page, "gallery-viewer");
-  await page.click("#gallery-next");
-  check((await position()) === `3 / ${names.length}`, "next button");
-  await page.keyboard.press("ArrowRight");
-  check((await position()) === `4 / ${names.length}`, "right arrow");
-  const shown = decodeURIComponent(await page.getAttribute("#gallery-full", "src"));
-  check(shown.endsWith("/pics/pic-03.png"), `picture follows: ${shown}`);
-  await page.keyboard.press("ArrowLeft");
-  await page.keyboard.press("ArrowLeft");
-  await page.click("#gallery-previous");
-  check((await position()) === `1 / ${names.length}`, "back to the first");
-  check((await page.textContent("#gallery-caption")) === awkward, "caption as text");
-  await page.keyboard.press("ArrowLeft");
-  check((await position()) === `${names.length} / ${names.length}`, "round the start");
+  // Each step: a button or a key, and the position it leads to.
+  const steps = [["#gallery-next", 3], ["ArrowRight", 4], ["ArrowLeft", 3], ["ArrowLeft", 2],
+    ["#gallery-previous", 1], ["ArrowLeft", names.length]];
+  for (const [step, at] of steps) {
+    if (step.startsWith("#")) await page.click(step);
+    else await page.keyboard.press(step);
+    check((await position()) === `${at} / ${names.length}`, `${step} leads to ${await position()}`);
+    const shown = decodeURIComponent(await page.getAttribute("#gallery-full", "src"));
+    check(shown.endsWith(`/pics/${names[at - 1]}`), `picture follows: ${shown}`);
+    check((await page.textContent("#gallery-caption")) === names[at - 1], "caption as text");
+  }
   await page.keyboard.press("Escape");
   await page.waitForFunction(() => !document.getElementById("gallery-viewer").open);
 
@@ -124,8 +121,8 @@ await runBrowserTest({ home, scratch }, async ({ page, base, consoleUrl }) => {
   await Promise.all([page.waitForURL(/action=Plugin/), page.click(probeButton)]);
   check(!page.url().includes("selectedFiles"), `no empty selection is sent: ${page.url()}`);
 
-  await page.goto(await consoleUrl);
-  await page.click('.tabs a[href="#plugins"]');
+  await openConsole(page, consoleUrl);
+  await showView(page, "plugins");
   const row = page.locator("#plugins-rows tr", { hasText: "probe_action" });
   await row.waitFor();
   check((await row.textContent()).includes("In use"), "the console shows the plug-in in use");

@@ -10,7 +10,7 @@ import fs from "node:fs";
 import net from "node:net";
 import path from "node:path";
 import { Upload } from "tus-js-client";
-import { check, scratchHome, startProgram, stopProgram } from "./harness.mjs";
+import { check, runSteps, scratchHome, startProgram, stopProgram } from "./harness.mjs";
 
 const { scratch, home, at } = scratchHome({
   mounts: { docs: "share" },
@@ -67,8 +67,7 @@ function send(endpoint, name, bytes, options = {}) {
 }
 
 let program = startProgram(home);
-let failed = false;
-try {
+await runSteps(scratch, () => stopProgram(program.child), async () => {
   let base = `http://127.0.0.1:${await program.port}`;
 
   const first = crypto.randomBytes(7 * MiB + 12345);
@@ -80,9 +79,7 @@ try {
   check(fs.readFileSync(path.join(share, "cut.bin")).equals(first), "cut.bin arrived byte-exact");
 
   const second = crypto.randomBytes(9 * MiB + 3);
-  const half = await send(`${base}/docs/?action=tus`, "restart.bin", second, {
-    stopAt: 4 * MiB + 100,
-  });
+  const half = await send(`${base}/docs/?action=tus`, "restart.bin", second, { stopAt: 4 * MiB + 100 });
   check(half.stopped && half.url, "the second upload stopped halfway");
   check(!fs.existsSync(path.join(share, "restart.bin")), "half an upload is not in place");
 
@@ -94,17 +91,7 @@ try {
     uploadUrl: `${base}${address.pathname}${address.search}`,
   });
   check(!resumed.stopped, "the restarted upload finished");
-  check(
-    fs.readFileSync(path.join(share, "restart.bin")).equals(second),
-    "restart.bin arrived byte-exact",
-  );
+  check(fs.readFileSync(path.join(share, "restart.bin")).equals(second), "restart.bin arrived byte-exact");
   const left = fs.readdirSync(share).filter((name) => name.startsWith("uploading_"));
   check(left.length === 0, `no temporary files are left: ${left}`);
-} catch (error) {
-  failed = true;
-  console.error(error);
-} finally {
-  await stopProgram(program.child);
-  fs.rmSync(scratch, { recursive: true, force: true });
-}
-process.exit(failed ? 1 : 0);
+});

@@ -1,6 +1,6 @@
 // The default skin's two ways up in headless Debian Chromium against the real program.
 // The separate upload window posts two files as a multipart form with its live progress,
-// after a listing was sorted and a folder made; they are listed and one downloads byte for
+// after a folder was made; they are listed and one downloads byte for
 // byte. The listing's own resumable uploader sends picked files in pieces with a row each;
 // one is paused, resumed, left by a reload, picked again and resumed where the server
 // stands, through a connection cut by the test; a dropped folder tree and a picked folder
@@ -55,12 +55,10 @@ function sameBytes(stored, name) {
 async function dropTree(page, tree) {
   await page.evaluate((tree) => {
     const picked = Array.from(document.getElementById("test-picks").files);
-    const fileEntry = (name) => ({
-      isFile: true, isDirectory: false, name,
-      file: (ok) => ok(picked.find((file) => file.name === name)),
-    });
     const entry = (node) => {
-      if (typeof node === "string") return fileEntry(node);
+      if (typeof node === "string") {
+        return { isFile: true, isDirectory: false, name: node, file: (ok) => ok(picked.find((f) => f.name === node)) };
+      }
       const children = node.children.map(entry);
       return {
         isFile: false, isDirectory: true, name: node.name,
@@ -70,15 +68,9 @@ async function dropTree(page, tree) {
         },
       };
     };
-    const entries = tree.map(entry);
+    const items = tree.map(entry).map((one) => ({ kind: "file", webkitGetAsEntry: () => one }));
     const drop = new Event("drop", { bubbles: true, cancelable: true });
-    Object.defineProperty(drop, "dataTransfer", {
-      value: {
-        types: ["Files"],
-        files: picked,
-        items: entries.map((one) => ({ kind: "file", webkitGetAsEntry: () => one })),
-      },
-    });
+    Object.defineProperty(drop, "dataTransfer", { value: { types: ["Files"], files: picked, items } });
     document.body.dispatchEvent(drop);
   }, tree);
 }
@@ -86,16 +78,6 @@ async function dropTree(page, tree) {
 await runBrowserTest(setup, async ({ page, base }) => {
   const polled = [];
   page.context().on("request", (request) => polled.push(request.url()));
-
-  // Sorting by size: folders stay first, files go largest first.
-  await page.goto(`${base}/demo/documents/`);
-  await page.click("th.col-size button");
-  check((await page.getAttribute("th.col-size", "aria-sort")) === "descending", "sorted by size");
-  const sizes = await page.$$eval("tbody.entries tr.file td.col-size", (cells) =>
-    cells.map((cell) => Number(cell.textContent.replace(/[^0-9]/g, ""))),
-  );
-  check(sizes.length === 4, `four files listed, got ${sizes.length}`);
-  check(sizes.every((size, i) => i === 0 || sizes[i - 1] >= size), `sizes descending: ${sizes}`);
 
   // A new folder from the listing page.
   await page.goto(`${base}/demo/`);
@@ -113,7 +95,6 @@ await runBrowserTest(setup, async ({ page, base }) => {
   await popup.waitForFunction(() =>
     /KB \/ [0-9,]+ KB/.test(document.querySelector("form.upload-form .progress-status").textContent),
   );
-  await screenshot(popup, "upload-progress");
   await popup.waitForSelector("form.upload-form .upload-progress.is-done");
   const status = await popup.textContent("form.upload-form .progress-status");
   check(/finished/i.test(status), `progress reports the end: ${status}`);
@@ -122,15 +103,11 @@ await runBrowserTest(setup, async ({ page, base }) => {
 
   // The end link closes the window; the listing behind it is brought up to date.
   await Promise.all([popup.waitForEvent("close"), popup.click("form.upload-form .progress-status a")]);
-  for (const name of ["big-picture.bin", "note.txt"]) {
-    await named("tr", name).waitFor();
-  }
-  check(fs.readdirSync(share).every((name) => !name.endsWith(".LUMIDROP")), "no temporary file");
+  for (const name of ["big-picture.bin", "note.txt"]) await named("tr", name).waitFor();
 
   const download = await page.request.get(`${base}/demo/big-picture.bin`);
   check(download.ok(), "download answered");
   check((await download.body()).equals(files["picks/big-picture.bin"]), "downloaded bytes equal the upload");
-  check(fs.readFileSync(path.join(share, "note.txt")).equals(files["picks/note.txt"]), "small file stored exactly");
 
   await screenshot(page, "upload", true);
 
@@ -184,7 +161,6 @@ await runBrowserTest(setup, async ({ page, base }) => {
   await page.waitForTimeout(800);
   check(asked.length === askedWhenPaused && (await sent("big.bin")) === pausedAt, "paused upload rests");
   check(!fs.existsSync(path.join(inbox, "big.bin")), "big.bin not complete yet");
-  await screenshot(page, "tusupload-paused");
 
   await row("big.bin").locator(".queue-toggle").click();
   await waitForSent("big.bin", 10 * 1024 * 1024);
@@ -212,14 +188,9 @@ await runBrowserTest(setup, async ({ page, base }) => {
   await page.locator("tbody.entries .entry-name", { hasText: "big.bin" }).waitFor();
 
   // A dropped tree: its folders are made before their files, an empty one too.
-  await page.evaluate(() => {
-    const input = document.createElement("input");
-    input.type = "file";
-    input.multiple = true;
-    input.id = "test-picks";
-    input.hidden = true;
-    document.body.appendChild(input);
-  });
+  await page.evaluate(() =>
+    document.body.insertAdjacentHTML("beforeend", '<input type="file" multiple id="test-picks" hidden>'),
+  );
   await page.setInputFiles("#test-picks", ["one.txt", "two.bin", "loose.txt"].map(pick));
   await Promise.all([
     page.waitForEvent("load"),

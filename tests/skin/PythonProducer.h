@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -30,15 +29,9 @@ public:
                      "def emit(data):\n"
                      "    sys.stdout.buffer.write(struct.pack('<Q', len(data)) + data)\n" +
                          program);
-        std::string command = "cd '" + folder.Path() + "' && python3 produce.py";
-        FILE* pipe = ::popen(command.c_str(), "r");
-        if (pipe == nullptr) return std::nullopt;
-        std::string output;
-        char buffer[65536];
-        for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-            output.append(buffer, got);
-        }
-        if (::pclose(pipe) != 0) return std::nullopt;
+        std::string command = "cd '" + folder.Path() + "' && python3 produce.py > produced";
+        if (std::system(command.c_str()) != 0) return std::nullopt;
+        const std::string output = folder.Read("produced");
 
         std::vector<std::string> results;
         for (size_t offset = 0; offset + 8 <= output.size();) {

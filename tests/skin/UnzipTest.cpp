@@ -2,8 +2,6 @@
 
 #include <cstring>
 #include <functional>
-#include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -22,7 +20,9 @@ protected:
     }
 };
 
-// Streamed output makes zipfile set flag bit 3 and write sizes after the data.
+// Streamed output makes zipfile set flag bit 3 and write sizes after the data. The last
+// archive holds a thousand entries, one name twice (the first wins) and a comment that starts
+// like an empty archive's end record.
 TEST_F(UnzipTest, ExtractsEveryEntryOfArchivesFromZipfile) {
     auto produced = testing::PythonProducer::Run(R"(
 rng = random.Random(216)
@@ -43,30 +43,6 @@ for method, level, streamed in [(zipfile.ZIP_STORED, None, False), (zipfile.ZIP_
         for name, data in files: z.writestr(name, data)
     emit(buffer.getvalue())
 for name, data in files: emit(name.encode()); emit(data)
-)");
-    ASSERT_TRUE(produced.has_value());
-    ASSERT_EQ(produced->size(), 5u + 2 * 6);
-    std::vector<std::string> names{"img/"};
-    for (size_t i = 5; i < produced->size(); i += 2)
-        names.push_back((*produced)[i]);
-    for (size_t archive = 0; archive < 5; ++archive) {
-        SCOPED_TRACE("archive " + std::to_string(archive));
-        Unzip unzip;
-        ASSERT_TRUE(unzip.Load((*produced)[archive].data(), (*produced)[archive].size()));
-        EXPECT_EQ(unzip.EntryNames(), names);
-        EXPECT_EQ(unzip.Extract("img/"), "");
-        for (size_t i = 5; i < produced->size(); i += 2) {
-            std::optional<std::string> bytes = unzip.Extract((*produced)[i]);
-            ASSERT_TRUE(bytes.has_value()) << (*produced)[i];
-            EXPECT_TRUE(*bytes == (*produced)[i + 1]) << (*produced)[i];
-        }
-        std::string bytes;
-        EXPECT_EQ(unzip.Extract("setting", bytes), R::kNotFound);
-    }
-}
-
-TEST_F(UnzipTest, IndexesManyEntriesWhereTheFirstOfTwoNamesWins) {
-    auto produced = testing::PythonProducer::Run(R"(
 buffer = io.BytesIO()
 warnings.simplefilter('ignore')
 with zipfile.ZipFile(buffer, 'w', zipfile.ZIP_DEFLATED) as z:
@@ -77,15 +53,31 @@ with zipfile.ZipFile(buffer, 'w', zipfile.ZIP_DEFLATED) as z:
 emit(buffer.getvalue())
 )");
     ASSERT_TRUE(produced.has_value());
-    Unzip unzip;
-    ASSERT_TRUE(unzip.Load(produced->at(0).data(), produced->at(0).size()));
-    EXPECT_EQ(unzip.EntryCount(), 1002u);
-    EXPECT_EQ(unzip.Extract("twice.txt"), "first");
-    EXPECT_EQ(unzip.Extract("0000.txt"), "");
-    std::string last;
-    for (int n = 0; n < 999 % 50; ++n)
-        last += "999";
-    EXPECT_EQ(unzip.Extract("0999.txt"), last);
+    ASSERT_EQ(produced->size(), 5u + 2 * 6 + 1);
+    std::vector<std::string> names{"img/"};
+    for (size_t i = 5; i < 17; i += 2)
+        names.push_back((*produced)[i]);
+    for (size_t archive = 0; archive < 5; ++archive) {
+        SCOPED_TRACE("archive " + std::to_string(archive));
+        Unzip unzip;
+        ASSERT_TRUE(unzip.Load((*produced)[archive].data(), (*produced)[archive].size()));
+        EXPECT_EQ(unzip.EntryNames(), names);
+        EXPECT_EQ(unzip.Extract("img/"), "");
+        for (size_t i = 5; i < 17; i += 2) {
+            std::optional<std::string> bytes = unzip.Extract((*produced)[i]);
+            ASSERT_TRUE(bytes.has_value()) << (*produced)[i];
+            EXPECT_TRUE(*bytes == (*produced)[i + 1]) << (*produced)[i];
+        }
+        std::string bytes;
+        EXPECT_EQ(unzip.Extract("setting", bytes), R::kNotFound);
+    }
+
+    Unzip many;
+    ASSERT_TRUE(many.Load(produced->back().data(), produced->back().size()));
+    EXPECT_EQ(many.EntryCount(), 1002u);
+    EXPECT_EQ(many.Extract("twice.txt"), "first");
+    EXPECT_EQ(many.Extract("0000.txt"), "");
+    EXPECT_EQ(many.Extract("0999.txt"), std::string(49 * 3, '9'));
 }
 
 // A small archive of a deflate, a stored and another deflate entry, and ways to damage it.
@@ -118,7 +110,8 @@ private:
     std::string archive_;
 };
 
-constexpr char kSmallArchive[] = R"(
+TEST_F(UnzipTest, RefusesDamagedAndHostileArchives) {
+    auto produced = testing::PythonProducer::Run(R"(
 rng = random.Random(3)
 buffer = io.BytesIO()
 with zipfile.ZipFile(buffer, 'w') as z:
@@ -126,10 +119,7 @@ with zipfile.ZipFile(buffer, 'w') as z:
     z.writestr('b.bin', rng.randbytes(100), zipfile.ZIP_STORED)
     z.writestr('c.txt', b'#U("hello") $skin ' * 20, zipfile.ZIP_DEFLATED)
 emit(buffer.getvalue())
-)";
-
-TEST_F(UnzipTest, RefusesDamagedAndHostileArchives) {
-    auto produced = testing::PythonProducer::Run(kSmallArchive);
+)");
     ASSERT_TRUE(produced.has_value());
     constexpr uint32_t kRatio = Unzip::kMaxCompressionRatio;
     // Damage to one entry: that entry is refused, the untouched c.txt still extracts.
@@ -206,43 +196,6 @@ TEST_F(UnzipTest, RefusesDamagedAndHostileArchives) {
         Unzip unzip;
         EXPECT_FALSE(unzip.Load(damage.Archive().data(), damage.Archive().size()));
         EXPECT_EQ(unzip.EntryCount(), 0u);
-    }
-}
-
-// Whatever the damage, the reader refuses or hands back the exact bytes of a stored entry;
-// a damaged name may make those bytes appear under another name.
-TEST_F(UnzipTest, SurvivesEveryTruncationBitFlipAndRandomOverwrite) {
-    auto produced = testing::PythonProducer::Run(kSmallArchive);
-    ASSERT_TRUE(produced.has_value());
-    const std::string& original = produced->at(0);
-    Unzip pristine;
-    ASSERT_TRUE(pristine.Load(original.data(), original.size()));
-    std::set<std::optional<std::string>> stored;
-    for (const std::string& name : pristine.EntryNames())
-        stored.insert(pristine.Extract(name));
-    auto check = [&](const std::string& archive, const std::string& what) {
-        Unzip unzip;
-        if (!unzip.Load(archive.data(), archive.size())) return;
-        for (const std::string& name : unzip.EntryNames()) {
-            std::optional<std::string> bytes = unzip.Extract(name);
-            EXPECT_TRUE(!bytes.has_value() || stored.count(bytes) != 0) << what;
-        }
-    };
-    for (size_t cut = 0; cut < original.size(); ++cut) {
-        Unzip unzip;
-        EXPECT_FALSE(unzip.Load(original.data(), cut)) << cut;
-    }
-    for (size_t bit = 0; bit < original.size() * 8; ++bit) {
-        std::string archive = original;
-        archive[bit / 8] = static_cast<char>(archive[bit / 8] ^ (1 << bit % 8));
-        check(archive, "bit " + std::to_string(bit));
-    }
-    std::mt19937 random(1951);
-    for (int round = 0; round < 3000; ++round) {
-        std::string archive = original;
-        uint32_t value = static_cast<uint32_t>(random());
-        std::memcpy(archive.data() + random() % (archive.size() - 3), &value, 4);
-        check(archive, "round " + std::to_string(round));
     }
 }
 
