@@ -70,11 +70,12 @@ void SearchRequestProcessor::SendResults(HttpRequest& request) {
     if (path.empty()) {
         SearchMounts(search);
     } else {
+        errno = 0;  // tells a folder that is missing from one that could not be opened now
         std::optional<LocalTarget> target = options_.mounts->ResolveTarget(path);
         struct stat info {};
         if (!target || !target->Stat(info) || !S_ISDIR(info.st_mode)) {
             HtmlPageSender(request, options_.page)
-                .SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
+                .SendOpenFailure(target && S_ISREG(info.st_mode) ? ENOTDIR : errno);
             LogTranslated(kLogProgress, "Search 성공 - %zu", static_cast<size_t>(0));
             return;
         }
