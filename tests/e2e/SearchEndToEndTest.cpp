@@ -61,7 +61,7 @@ protected:
     }
 };
 
-TEST_F(SearchEndToEndTest, FindsEveryWordInAnyCaseAndShowsOnlyWhatVisitorsMaySee) {
+TEST_F(SearchEndToEndTest, FindsEveryWordInAnyCaseAndShowsOnlyWhatTheVisitorMaySee) {
     namespace fs = std::filesystem;
     const std::string hostile = "<b>\"x\"&'report 2023'.txt";
     share_.Write("Reports/Annual REPORT 2023.pdf", "");
@@ -77,7 +77,11 @@ TEST_F(SearchEndToEndTest, FindsEveryWordInAnyCaseAndShowsOnlyWhatVisitorsMaySee
     fs::create_symlink(outside_.Path(), share_ / "outside");
     share_.Write("Ελλάδα/ΣΟΦΊΑ.txt", "");
     share_.Write("한국/사진 모음.zip", "");
-    Start();
+    testing::TempFolder closed;
+    closed.Write("plan secret.txt", "");
+    share_.Write("plan secret.txt", "");
+    Start("canRootAccess=1\r\nmounts+=closed|" + closed.Path() +
+          "|x|yes|x|no\r\nauthorities+=.anonymous|closed|2\r\n");
 
     HttpResponse page = Search("/docs/", "report 2023");
     ASSERT_EQ(page.status, 200);
@@ -108,14 +112,8 @@ TEST_F(SearchEndToEndTest, FindsEveryWordInAnyCaseAndShowsOnlyWhatVisitorsMaySee
     EXPECT_FALSE(Contains(hostile_query.body, "<script>alert"));
     EXPECT_TRUE(Contains(hostile_query.body, "Nothing found."));
     EXPECT_EQ(Search("/docs/nowhere/", "report").status, 404);
-}
 
-TEST_F(SearchEndToEndTest, SearchesOnlyWhereTheVisitorMayList) {
-    testing::TempFolder closed;
-    closed.Write("plan secret.txt", "");
-    share_.Write("plan secret.txt", "");
-    Start("canRootAccess=1\r\nmounts+=closed|" + closed.Path() +
-          "|x|yes|x|no\r\nauthorities+=.anonymous|closed|2\r\n");
+    // Only where the visitor may list.
     EXPECT_EQ(Search("/closed/", "plan").status, 401);
     const std::vector<Found> everywhere{{"/docs/", "plan secret.txt", "/docs/plan%20secret.txt"}};
     EXPECT_EQ(ResultsOf(Search("/", "SECRET plan").body), everywhere);

@@ -67,7 +67,7 @@ protected:
     }
 };
 
-TEST_F(UploadEndToEndTest, StoresFilesByteExactAndNeverOverwrites) {
+TEST_F(UploadEndToEndTest, StoresFilesByteExactNeverOverwritesAndAnswersExpectContinue) {
     Start();
     std::string first = BinaryContent(300000);
     HttpResponse one = Upload("/docs/sub?key=k1", "one.bin", first);
@@ -93,12 +93,8 @@ TEST_F(UploadEndToEndTest, StoresFilesByteExactAndNeverOverwrites) {
     EXPECT_EQ(share_.Read("a(1).txt"), "second");
     EXPECT_EQ(share_.Read("a(2).txt"), "third");
     EXPECT_EQ(share_.Read("sub(1)"), "a folder's name");
-    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "a(1).txt", "a(2).txt", "sub", "sub(1)",
-                                              "two.bin", "empty.txt"}));
-}
 
-TEST_F(UploadEndToEndTest, TellsAClientThatWaitsForLeaveToSendTheBody) {
-    Start();
+    // A client that waits for leave to send the body gets it, unless it is refused at once.
     std::string body = MultipartBody({{"uploadfile", "asked.txt", "asked first"}});
     std::string head = MultipartHead("/docs/?key=c", body.size());
     TCPSocket client = testing::ConnectTo(port_);
@@ -115,9 +111,11 @@ TEST_F(UploadEndToEndTest, TellsAClientThatWaitsForLeaveToSendTheBody) {
     HttpResponse answer = testing::ParseResponse(testing::ReadToClose(refused));
     EXPECT_EQ(answer.status, 401);
     EXPECT_EQ(answer.Header("Connection"), "close");
+    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "a(1).txt", "a(2).txt", "sub", "sub(1)",
+                                              "two.bin", "empty.txt", "asked.txt"}));
 }
 
-TEST_F(UploadEndToEndTest, RefusesHostileNamesMissingTargetsAndVisitorsWithoutTheRight) {
+TEST_F(UploadEndToEndTest, UploadsAndFoldersRefuseHostileNamesMissingTargetsAndNoRight) {
     Start();
     // Only the last component of a sent path counts.
     (void)Upload("/docs/sub/?key=k", "../../escape.txt", "x");
@@ -131,6 +129,8 @@ TEST_F(UploadEndToEndTest, RefusesHostileNamesMissingTargetsAndVisitorsWithoutTh
         {"/docs/?key=k|C:\\dir\\..", "Could not open the file."},
         {"/docs/?key=k|bell\x07.txt", "Could not open the file."},
         {"/docs/?key=k|tab\t.txt", "Could not open the file."},
+        // A name broken by a line break is refused, never cut at the break.
+        {"/docs/?key=k|evil\r\n.txt", "evil: Could not open the file."},
         {"/docs/|new.txt", "GET[key] is missing."},
         {"/docs/missing/?key=k|new.txt", "The folder chosen for the upload does not exist."},
         {"/docs/a.txt?key=k|new.txt", "The folder chosen for the upload does not exist."},
@@ -143,13 +143,35 @@ TEST_F(UploadEndToEndTest, RefusesHostileNamesMissingTargetsAndVisitorsWithoutTh
         EXPECT_EQ(refused.status, 200) << where;
         EXPECT_TRUE(Contains(refused.body, message)) << where << refused.body;
     }
+    // A single-file share never takes uploads or folders, whatever the grant says.
     EXPECT_EQ(Upload("/single.txt?key=k", "new.txt", "x").status, 401);
-    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "report.txt"}));
+    EXPECT_EQ(Visit("/single.txt?action=MakeDirectory&name=x").status, 401);
+
+    HttpResponse made = Visit("/docs/?action=MakeDirectory&name=%20New%20folder%09");
+    EXPECT_EQ(made.status, 301);
+    EXPECT_EQ(made.Header("Location"), ".");
+    EXPECT_TRUE(std::filesystem::is_directory(share_ / "New folder"));
+    const std::pair<const char*, const char*> refusals[] = {
+        {"%20%09", "No folder name was given."},
+        {"New%20folder", "Could not create the folder."},
+        {"..", "Could not create the folder."},
+        {"a%2fb", "Could not create the folder."},
+        {"bell%07", "Could not create the folder."},
+    };
+    for (const auto& [name, message] : refusals) {
+        HttpResponse refused = Visit("/docs/?action=MakeDirectory&name=" + std::string(name));
+        EXPECT_EQ(refused.status, 200) << name;
+        EXPECT_TRUE(Contains(refused.body, message)) << name;
+    }
+    EXPECT_TRUE(Contains(Visit("/docs/missing/?action=MakeDirectory&name=x").body,
+                         "The folder in which to create the folder does not exist."));
+    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "report.txt", "New folder"}));
     EXPECT_EQ(Names("sub"), (std::set<std::string>{"keep.txt", "escape.txt"}));
 
     RunningShare::Start("authorities+=.anonymous|docs|3\r\n");
     EXPECT_EQ(Upload("/docs/?key=k", "n.txt", "x").status, 401);
-    EXPECT_FALSE(share_.Exists("n.txt"));
+    EXPECT_EQ(Visit("/docs/?action=MakeDirectory&name=x").status, 401);
+    EXPECT_FALSE(share_.Exists("n.txt") || share_.Exists("x"));
 }
 
 TEST_F(UploadEndToEndTest, UploadsKeepTheUploadSpeedLimit) {
