@@ -55,8 +55,7 @@ protected:
                     bytes);
     }
     HttpResponse Head(const std::string& location) const {
-        return testing::Fetch(
-            port_, "HEAD " + location + " HTTP/1.1\r\nHost: test\r\nTus-Resumable: 1.0.0\r\n\r\n");
+        return Send("HEAD", location, "Tus-Resumable: 1.0.0\r\n");
     }
     // The upload's own files in the target folder.
     [[nodiscard]] std::set<std::string> Pending() const {

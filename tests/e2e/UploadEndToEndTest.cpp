@@ -183,10 +183,10 @@ TEST_F(UploadEndToEndTest, UploadsKeepTheUploadSpeedLimit) {
     EXPECT_EQ(share_.Read("slow.bin").size(), 512u << 10);
 }
 
-TEST_F(UploadEndToEndTest, ABrokenUploadLeavesNoTrace) {
+TEST_F(UploadEndToEndTest, ABrokenUploadLeavesNoTraceAndTheProgressPageFollowsAWholeOne) {
     Start();
-    std::string body = MultipartBody({{"uploadfile", "a.txt", std::string(1 << 20, 'x')}});
     {
+        std::string body = MultipartBody({{"uploadfile", "a.txt", std::string(1 << 20, 'x')}});
         TCPSocket client = testing::ConnectTo(port_);
         testing::SendAll(client, MultipartHead("/docs/?key=broken", body.size()));
         testing::SendAll(client, body.substr(0, body.size() / 2));
@@ -196,31 +196,11 @@ TEST_F(UploadEndToEndTest, ABrokenUploadLeavesNoTrace) {
     EXPECT_TRUE(testing::WaitUntil([&] { return Names().size() == 2; }));
     EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub"}));
     EXPECT_EQ(share_.Read("a.txt"), "original");
-    std::vector<std::string> reports = Reports(Visit("/?action=UploadStatus&key=broken").body);
-    ASSERT_EQ(reports.size(), 1u);
-    EXPECT_TRUE(reports[0].starts_with("<b>a.txt</b><br/>The upload failed.|")) << reports[0];
-}
+    std::vector<std::string> failed = Reports(Visit("/?action=UploadStatus&key=broken").body);
+    ASSERT_EQ(failed.size(), 1u);
+    EXPECT_TRUE(failed[0].starts_with("<b>a.txt</b><br/>The upload failed.|")) << failed[0];
 
-TEST_F(UploadEndToEndTest, AFullDiskEndsTheFileWithAMessage) {
-    // A file-size limit makes writes fail as a full disk would.
-    rlimit saved{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
-    rlimit small = saved;
-    small.rlim_cur = 64 * 1024;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    Start();
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &saved), 0);
-    HttpResponse answer = PostParts(
-        "/docs/?key=full",
-        {{"uploadfile", "big.bin", std::string(200000, 'b')}, {"uploadfile", "small.txt", "fits"}});
-    EXPECT_TRUE(Contains(answer.body, "big.bin: Cannot write to the file."));
-    EXPECT_TRUE(Contains(answer.body, "small.txt: 4 bytes received."));
-    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "small.txt"}));
-}
-
-// The page stays open and reports as the upload runs, not only once it is over.
-TEST_F(UploadEndToEndTest, ProgressPageFollowsAnUploadFromBeforeItsStartToItsEnd) {
-    Start();
+    // The page stays open and reports as an upload runs, not only once it is over.
     TCPSocket page = testing::ConnectTo(port_);
     testing::SendAll(page, "GET /?action=UploadStatus&key=live HTTP/1.1\r\n\r\n");
     std::string seen;
@@ -257,6 +237,23 @@ TEST_F(UploadEndToEndTest, ProgressPageFollowsAnUploadFromBeforeItsStartToItsEnd
     // Asked again afterwards, the page answers at once.
     EXPECT_EQ(Reports(Visit("/?action=UploadStatus&key=live").body),
               std::vector<std::string>{finished});
+}
+
+TEST_F(UploadEndToEndTest, AFullDiskEndsTheFileWithAMessage) {
+    // A file-size limit makes writes fail as a full disk would.
+    rlimit saved{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+    rlimit small = saved;
+    small.rlim_cur = 64 * 1024;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    Start();
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &saved), 0);
+    HttpResponse answer = PostParts(
+        "/docs/?key=full",
+        {{"uploadfile", "big.bin", std::string(200000, 'b')}, {"uploadfile", "small.txt", "fits"}});
+    EXPECT_TRUE(Contains(answer.body, "big.bin: Cannot write to the file."));
+    EXPECT_TRUE(Contains(answer.body, "small.txt: 4 bytes received."));
+    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "small.txt"}));
 }
 
 }  // namespace
