@@ -41,14 +41,6 @@ TEST_F(StartupTest, HangUpTakesGoodDataFilesAndKeepsEverythingWhenOneIsBroken) {
     EXPECT_EQ(Visit("/docs/a.txt").body, "first");
     EXPECT_EQ(Visit("/more/b.lumi").status, 404);
 
-    // A broken language file spoils the reload just as much, and is named by its line.
-    home_.Write("Language/Broken.wul",
-                "Korvel Lumidrop UI Language File\nx\ny\nz\n\"a\" = \"b\"\nnot an entry\n");
-    home_.Write("mount.ini", good + MoreMount() + "uiLanguageFile=Broken.wul\r\n");
-    Reload();
-    ASSERT_TRUE(LogShows("Broken.wul line 6: not a \"key\" = \"value\" line")) << ProgramLog();
-    EXPECT_EQ(Visit("/more/b.lumi").status, 404);
-
     home_.Write("mount.ini", good + MoreMount());
     home_.Write("mime-type.txt", "text/x-lumi lumi\n");
     Reload();
