@@ -143,6 +143,11 @@ TEST_F(UploadEndToEndTest, UploadsAndFoldersRefuseHostileNamesMissingTargetsAndN
         EXPECT_EQ(refused.status, 200) << where;
         EXPECT_TRUE(Contains(refused.body, message)) << where << refused.body;
     }
+    std::string unclosed = MultipartBody({{"uploadfile", "open.txt", "its quote never closes"}});
+    unclosed.erase(unclosed.find("open.txt\"") + 8, 1);
+    EXPECT_TRUE(Contains(
+        testing::Fetch(port_, MultipartHead("/docs/?key=k", unclosed.size()) + unclosed).body,
+        "open.txt: Could not open the file."));
     // A single-file share never takes uploads or folders, whatever the grant says.
     EXPECT_EQ(Upload("/single.txt?key=k", "new.txt", "x").status, 401);
     EXPECT_EQ(Visit("/single.txt?action=MakeDirectory&name=x").status, 401);
