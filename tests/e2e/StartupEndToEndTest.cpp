@@ -31,21 +31,7 @@ protected:
     TempFolder more_;
 };
 
-TEST_F(StartupTest, HangUpTakesAGoodSettingsFileAndTheMimeTable) {
-    Start();
-    EXPECT_EQ(Visit("/more/b.lumi").status, 404);
-    home_.Write("mount.ini", home_.Read("mount.ini") + MoreMount());
-    home_.Write("mime-type.txt", "text/x-lumi lumi\n");
-    Reload();
-    ASSERT_TRUE(LogShows("Reloaded mount.ini")) << ProgramLog();
-    HttpResponse added = Visit("/more/b.lumi");
-    EXPECT_EQ(added.status, 200);
-    EXPECT_EQ(added.body, "second");
-    EXPECT_EQ(added.Header("Content-Type"), "text/x-lumi");
-    EXPECT_EQ(Visit("/docs/a.txt").body, "first");
-}
-
-TEST_F(StartupTest, HangUpWithABrokenFileKeepsEverythingAndSaysWhere) {
+TEST_F(StartupTest, HangUpTakesGoodDataFilesAndKeepsEverythingWhenOneIsBroken) {
     Start();
     std::string good = home_.Read("mount.ini");
     home_.Write("mount.ini", MoreMount() + "port=eighty\r\n" + good);
@@ -55,35 +41,31 @@ TEST_F(StartupTest, HangUpWithABrokenFileKeepsEverythingAndSaysWhere) {
     EXPECT_EQ(Visit("/docs/a.txt").body, "first");
     EXPECT_EQ(Visit("/more/b.lumi").status, 404);
 
-    // A broken language file spoils the reload just as much, and is named by its line.
-    home_.Write("Language/Broken.wul",
-                "Korvel Lumidrop UI Language File\nx\ny\nz\n"
-                "\"a\" = \"b\"\nnot an entry\n");
-    home_.Write("mount.ini", good + MoreMount() + "uiLanguageFile=Broken.wul\r\n");
+    home_.Write("mount.ini", good + MoreMount());
+    home_.Write("mime-type.txt", "text/x-lumi lumi\n");
     Reload();
-    ASSERT_TRUE(LogShows("Broken.wul line 6: not a \"key\" = \"value\" line")) << ProgramLog();
-    EXPECT_EQ(Visit("/more/b.lumi").status, 404);
+    ASSERT_TRUE(LogShows("Reloaded mount.ini")) << ProgramLog();
+    HttpResponse added = Visit("/more/b.lumi");
+    EXPECT_EQ(added.body, "second");
+    EXPECT_EQ(added.Header("Content-Type"), "text/x-lumi");
 }
 
-TEST_F(StartupTest, ASecondStartPointsToTheRunningConsole) {
-    StartWithConsole();
-    auto [status, output] =
-        testing::Shell(LUMIDROP_BINARY " --home " + testing::Quoted(home_.Path()) + " 2>&1");
+TEST_F(StartupTest, OneProgramPerHomeAndSharingStoppedStaysStoppedAtTheNextLaunch) {
+    StartWithConsole("port=0\r\ngetPublicIP=0\r\nuseHostName=1\r\nHostName=files.example.org\r\n");
+    EXPECT_EQ(program_->ListeningLine(), "Korvel Lumidrop listening on http://files.example.org:" +
+                                             std::to_string(port_) + "/\n");
+    auto [status, output] = Shell(LUMIDROP_BINARY " --home " + Quoted(home_.Path()) + " 2>&1");
     EXPECT_EQ(status, 1);
     EXPECT_TRUE(Contains(output, "already running with the home folder " + home_.Path()));
     EXPECT_TRUE(
         Contains(output, "Owner's console: http://127.0.0.1:" + std::to_string(console_->Port()) +
                              "/?token=" + console_->Token() + "\n"))
         << output;
-}
 
-TEST_F(StartupTest, SharingStoppedFromTheConsoleStaysStoppedAtTheNextLaunch) {
-    StartWithConsole("port=0\r\n");
     EXPECT_EQ(console_->Post("server/stop", "").status, 200);
     EXPECT_TRUE(Contains(home_.Read("mount.ini"), "wasRunning=0\r\n"));
     Stop();
     EXPECT_TRUE(Contains(home_.Read("mount.ini"), "wasRunning=0\r\n"));
-
     auto program = std::make_unique<ProgramRunner>(home_.Path(), ProgramRunner::AsSaved{});
     EXPECT_TRUE(Contains(program->ListeningLine(), "sharing is stopped"))
         << program->ListeningLine();
@@ -101,23 +83,38 @@ TEST_F(StartupTest, SharingStoppedFromTheConsoleStaysStoppedAtTheNextLaunch) {
 
 // Port 80, a new home's default, is for root alone; a new owner must still reach the
 // console's wizard to choose another, so a new home that cannot listen keeps running.
-TEST_F(StartupTest, ANewHomeThatCannotListenStillOpensTheConsole) {
+TEST_F(StartupTest, AHomeThatCannotListenOpensTheConsoleWhenNewAndEndsOtherwise) {
     TCPServerSocket holder;
     ASSERT_TRUE(holder.Listen(0));
     std::string held = std::to_string(holder.GetLocalPort());
 
     TempFolder fresh;
-    std::string home = fresh.Path() + "/home";
-    ProgramRunner program(home, ProgramRunner::AsSaved{}, {"--port", held, "--console-port", "0"});
+    ProgramRunner program(fresh / "home", ProgramRunner::AsSaved{},
+                          {"--port", held, "--console-port", "0"});
     EXPECT_TRUE(Contains(program.ListeningLine(), "not started yet")) << program.ListeningLine();
     ConsoleSession console(program);
     EXPECT_TRUE(Contains(console.Get("setup").body, "\"due\":true"));
 
-    // A home with settings that cannot listen says so and ends, as it always did.
-    TempFolder settled;
-    settled.Write("mount.ini", "port=" + held + "\r\nconsolePort=0\r\nwasRunning=1\r\n");
-    ProgramRunner refused(settled.Path(), ProgramRunner::AsSaved{});
-    EXPECT_EQ(refused.Stop(), 1);
+    // Any other home that cannot listen says so and ends, as it always did.
+    std::string error;
+    EXPECT_EQ(ProgramRunner::RunToEnd({"--home", home_.Path(), "--port", held}, error), 1);
+    EXPECT_TRUE(Contains(error, "cannot listen on port " + held + ": Address already in use"))
+        << error;
+    EXPECT_EQ(ProgramRunner::RunToEnd({"--bogus"}, error), 2);
+    EXPECT_EQ(ProgramRunner::RunToEnd(
+                  {"--mount", "x=/no/such/path", "--home", home_.Path(), "--port", "0"}, error),
+              2);
+
+    // A new home that can have neither its port nor its console's ends right after
+    // start-up, its language chosen by the locale.
+    for (auto [locale, expected] : {std::pair{"ko_KR.UTF-8", "uiLanguageFile=\r\n"},
+                                    std::pair{"de_DE.UTF-8", "uiLanguageFile=English.wul\r\n"}}) {
+        TempFolder home;
+        (void)Shell("LC_ALL= LC_MESSAGES= LANG=" + std::string(locale) + " " + LUMIDROP_BINARY +
+                    " --home " + home.Path() + " --port " + held + " --console-port " + held +
+                    " 2>/dev/null");
+        EXPECT_TRUE(Contains(home.Read("mount.ini"), expected)) << locale;
+    }
 
     ASSERT_EQ(holder.Close(), 0);
     HttpResponse started = console.Post("server/start", "");

@@ -55,8 +55,7 @@ protected:
                     bytes);
     }
     HttpResponse Head(const std::string& location) const {
-        return testing::Fetch(
-            port_, "HEAD " + location + " HTTP/1.1\r\nHost: test\r\nTus-Resumable: 1.0.0\r\n\r\n");
+        return Send("HEAD", location, "Tus-Resumable: 1.0.0\r\n");
     }
     // The upload's own files in the target folder.
     [[nodiscard]] std::set<std::string> Pending() const {
@@ -77,7 +76,7 @@ protected:
     }
 };
 
-TEST_F(TusEndToEndTest, FollowsTheProtocolFromCreationToTheStoredFile) {
+TEST_F(TusEndToEndTest, FollowsTheProtocolFromCreationToTheStoredFileAndRefusesBadNames) {
     HttpResponse options = Send("OPTIONS", kFolder, "");
     EXPECT_EQ(options.status, 204);
     EXPECT_EQ(options.Header("Tus-Version"), "1.0.0");
@@ -140,9 +139,8 @@ TEST_F(TusEndToEndTest, FollowsTheProtocolFromCreationToTheStoredFile) {
     EXPECT_FALSE(Create("empty.txt", "Upload-Length: 0\r\n").empty());
     EXPECT_EQ(share_.Read("in/empty.txt"), "");
     EXPECT_TRUE(Pending().empty());
-}
 
-TEST_F(TusEndToEndTest, ALengthGivenLaterAndNamesThatMustNotBeTaken) {
+    // A length may be given later.
     std::string deferred = Create("later.bin", "Upload-Defer-Length: 1\r\n");
     ASSERT_FALSE(deferred.empty());
     EXPECT_EQ(Head(deferred).Header("Upload-Defer-Length"), "1");
@@ -169,7 +167,7 @@ TEST_F(TusEndToEndTest, ALengthGivenLaterAndNamesThatMustNotBeTaken) {
     EXPECT_TRUE(Pending().empty());
 }
 
-TEST_F(TusEndToEndTest, UploadsEndByTerminationOrAfterADayIdle) {
+TEST_F(TusEndToEndTest, UploadsEndByTerminationOrADayIdleAndRefuseOtherSitesAndNoRight) {
     std::string terminated = Create("gone.txt", "Upload-Length: 5\r\n");
     EXPECT_EQ(Patch(terminated, 0, "ab").status, 204);
     EXPECT_EQ(Send("DELETE", terminated, "Tus-Resumable: 1.0.0\r\n").status, 204);
@@ -192,9 +190,8 @@ TEST_F(TusEndToEndTest, UploadsEndByTerminationOrAfterADayIdle) {
     EXPECT_EQ(Pending().size(), 2u);  // the new one's data and description
     EXPECT_EQ(Patch(next, 0, "12345").status, 204);
     EXPECT_TRUE(Pending().empty());
-}
 
-TEST_F(TusEndToEndTest, RefusesVisitorsWithoutTheRightAndOtherSites) {
+    // Other sites and visitors without the right are refused.
     std::string location = Create("mine.txt", "Upload-Length: 4\r\n");
     const std::string other_site = "Origin: http://elsewhere.example\r\n";
     EXPECT_EQ(Create("x.txt", "Upload-Length: 1\r\n", other_site), "");

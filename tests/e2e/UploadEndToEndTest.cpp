@@ -67,7 +67,7 @@ protected:
     }
 };
 
-TEST_F(UploadEndToEndTest, StoresFilesByteExactAndNeverOverwrites) {
+TEST_F(UploadEndToEndTest, StoresFilesByteExactNeverOverwritesAndAnswersExpectContinue) {
     Start();
     std::string first = BinaryContent(300000);
     HttpResponse one = Upload("/docs/sub?key=k1", "one.bin", first);
@@ -93,12 +93,8 @@ TEST_F(UploadEndToEndTest, StoresFilesByteExactAndNeverOverwrites) {
     EXPECT_EQ(share_.Read("a(1).txt"), "second");
     EXPECT_EQ(share_.Read("a(2).txt"), "third");
     EXPECT_EQ(share_.Read("sub(1)"), "a folder's name");
-    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "a(1).txt", "a(2).txt", "sub", "sub(1)",
-                                              "two.bin", "empty.txt"}));
-}
 
-TEST_F(UploadEndToEndTest, TellsAClientThatWaitsForLeaveToSendTheBody) {
-    Start();
+    // A client that waits for leave to send the body gets it, unless it is refused at once.
     std::string body = MultipartBody({{"uploadfile", "asked.txt", "asked first"}});
     std::string head = MultipartHead("/docs/?key=c", body.size());
     TCPSocket client = testing::ConnectTo(port_);
@@ -115,9 +111,11 @@ TEST_F(UploadEndToEndTest, TellsAClientThatWaitsForLeaveToSendTheBody) {
     HttpResponse answer = testing::ParseResponse(testing::ReadToClose(refused));
     EXPECT_EQ(answer.status, 401);
     EXPECT_EQ(answer.Header("Connection"), "close");
+    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "a(1).txt", "a(2).txt", "sub", "sub(1)",
+                                              "two.bin", "empty.txt", "asked.txt"}));
 }
 
-TEST_F(UploadEndToEndTest, RefusesHostileNamesMissingTargetsAndVisitorsWithoutTheRight) {
+TEST_F(UploadEndToEndTest, UploadsAndFoldersRefuseHostileNamesMissingTargetsAndNoRight) {
     Start();
     // Only the last component of a sent path counts.
     (void)Upload("/docs/sub/?key=k", "../../escape.txt", "x");
@@ -131,6 +129,8 @@ TEST_F(UploadEndToEndTest, RefusesHostileNamesMissingTargetsAndVisitorsWithoutTh
         {"/docs/?key=k|C:\\dir\\..", "Could not open the file."},
         {"/docs/?key=k|bell\x07.txt", "Could not open the file."},
         {"/docs/?key=k|tab\t.txt", "Could not open the file."},
+        // A name broken by a line break is refused, never cut at the break.
+        {"/docs/?key=k|evil\r\n.txt", "evil: Could not open the file."},
         {"/docs/|new.txt", "GET[key] is missing."},
         {"/docs/missing/?key=k|new.txt", "The folder chosen for the upload does not exist."},
         {"/docs/a.txt?key=k|new.txt", "The folder chosen for the upload does not exist."},
@@ -143,13 +143,40 @@ TEST_F(UploadEndToEndTest, RefusesHostileNamesMissingTargetsAndVisitorsWithoutTh
         EXPECT_EQ(refused.status, 200) << where;
         EXPECT_TRUE(Contains(refused.body, message)) << where << refused.body;
     }
+    std::string unclosed = MultipartBody({{"uploadfile", "open.txt", "its quote never closes"}});
+    unclosed.erase(unclosed.find("open.txt\"") + 8, 1);
+    EXPECT_TRUE(Contains(
+        testing::Fetch(port_, MultipartHead("/docs/?key=k", unclosed.size()) + unclosed).body,
+        "open.txt: Could not open the file."));
+    // A single-file share never takes uploads or folders, whatever the grant says.
     EXPECT_EQ(Upload("/single.txt?key=k", "new.txt", "x").status, 401);
-    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "report.txt"}));
+    EXPECT_EQ(Visit("/single.txt?action=MakeDirectory&name=x").status, 401);
+
+    HttpResponse made = Visit("/docs/?action=MakeDirectory&name=%20New%20folder%09");
+    EXPECT_EQ(made.status, 301);
+    EXPECT_EQ(made.Header("Location"), ".");
+    EXPECT_TRUE(std::filesystem::is_directory(share_ / "New folder"));
+    const std::pair<const char*, const char*> refusals[] = {
+        {"%20%09", "No folder name was given."},
+        {"New%20folder", "Could not create the folder."},
+        {"..", "Could not create the folder."},
+        {"a%2fb", "Could not create the folder."},
+        {"bell%07", "Could not create the folder."},
+    };
+    for (const auto& [name, message] : refusals) {
+        HttpResponse refused = Visit("/docs/?action=MakeDirectory&name=" + std::string(name));
+        EXPECT_EQ(refused.status, 200) << name;
+        EXPECT_TRUE(Contains(refused.body, message)) << name;
+    }
+    EXPECT_TRUE(Contains(Visit("/docs/missing/?action=MakeDirectory&name=x").body,
+                         "The folder in which to create the folder does not exist."));
+    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "report.txt", "New folder"}));
     EXPECT_EQ(Names("sub"), (std::set<std::string>{"keep.txt", "escape.txt"}));
 
     RunningShare::Start("authorities+=.anonymous|docs|3\r\n");
     EXPECT_EQ(Upload("/docs/?key=k", "n.txt", "x").status, 401);
-    EXPECT_FALSE(share_.Exists("n.txt"));
+    EXPECT_EQ(Visit("/docs/?action=MakeDirectory&name=x").status, 401);
+    EXPECT_FALSE(share_.Exists("n.txt") || share_.Exists("x"));
 }
 
 TEST_F(UploadEndToEndTest, UploadsKeepTheUploadSpeedLimit) {
@@ -161,10 +188,10 @@ TEST_F(UploadEndToEndTest, UploadsKeepTheUploadSpeedLimit) {
     EXPECT_EQ(share_.Read("slow.bin").size(), 512u << 10);
 }
 
-TEST_F(UploadEndToEndTest, ABrokenUploadLeavesNoTrace) {
+TEST_F(UploadEndToEndTest, ABrokenUploadLeavesNoTraceAndTheProgressPageFollowsAWholeOne) {
     Start();
-    std::string body = MultipartBody({{"uploadfile", "a.txt", std::string(1 << 20, 'x')}});
     {
+        std::string body = MultipartBody({{"uploadfile", "a.txt", std::string(1 << 20, 'x')}});
         TCPSocket client = testing::ConnectTo(port_);
         testing::SendAll(client, MultipartHead("/docs/?key=broken", body.size()));
         testing::SendAll(client, body.substr(0, body.size() / 2));
@@ -174,31 +201,11 @@ TEST_F(UploadEndToEndTest, ABrokenUploadLeavesNoTrace) {
     EXPECT_TRUE(testing::WaitUntil([&] { return Names().size() == 2; }));
     EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub"}));
     EXPECT_EQ(share_.Read("a.txt"), "original");
-    std::vector<std::string> reports = Reports(Visit("/?action=UploadStatus&key=broken").body);
-    ASSERT_EQ(reports.size(), 1u);
-    EXPECT_TRUE(reports[0].starts_with("<b>a.txt</b><br/>The upload failed.|")) << reports[0];
-}
+    std::vector<std::string> failed = Reports(Visit("/?action=UploadStatus&key=broken").body);
+    ASSERT_EQ(failed.size(), 1u);
+    EXPECT_TRUE(failed[0].starts_with("<b>a.txt</b><br/>The upload failed.|")) << failed[0];
 
-TEST_F(UploadEndToEndTest, AFullDiskEndsTheFileWithAMessage) {
-    // A file-size limit makes writes fail as a full disk would.
-    rlimit saved{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
-    rlimit small = saved;
-    small.rlim_cur = 64 * 1024;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    Start();
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &saved), 0);
-    HttpResponse answer = PostParts(
-        "/docs/?key=full",
-        {{"uploadfile", "big.bin", std::string(200000, 'b')}, {"uploadfile", "small.txt", "fits"}});
-    EXPECT_TRUE(Contains(answer.body, "big.bin: Cannot write to the file."));
-    EXPECT_TRUE(Contains(answer.body, "small.txt: 4 bytes received."));
-    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "small.txt"}));
-}
-
-// The page stays open and reports as the upload runs, not only once it is over.
-TEST_F(UploadEndToEndTest, ProgressPageFollowsAnUploadFromBeforeItsStartToItsEnd) {
-    Start();
+    // The page stays open and reports as an upload runs, not only once it is over.
     TCPSocket page = testing::ConnectTo(port_);
     testing::SendAll(page, "GET /?action=UploadStatus&key=live HTTP/1.1\r\n\r\n");
     std::string seen;
@@ -235,6 +242,23 @@ TEST_F(UploadEndToEndTest, ProgressPageFollowsAnUploadFromBeforeItsStartToItsEnd
     // Asked again afterwards, the page answers at once.
     EXPECT_EQ(Reports(Visit("/?action=UploadStatus&key=live").body),
               std::vector<std::string>{finished});
+}
+
+TEST_F(UploadEndToEndTest, AFullDiskEndsTheFileWithAMessage) {
+    // A file-size limit makes writes fail as a full disk would.
+    rlimit saved{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+    rlimit small = saved;
+    small.rlim_cur = 64 * 1024;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    Start();
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &saved), 0);
+    HttpResponse answer = PostParts(
+        "/docs/?key=full",
+        {{"uploadfile", "big.bin", std::string(200000, 'b')}, {"uploadfile", "small.txt", "fits"}});
+    EXPECT_TRUE(Contains(answer.body, "big.bin: Cannot write to the file."));
+    EXPECT_TRUE(Contains(answer.body, "small.txt: 4 bytes received."));
+    EXPECT_EQ(Names(), (std::set<std::string>{"a.txt", "sub", "small.txt"}));
 }
 
 }  // namespace

@@ -90,33 +90,6 @@ uint64_t ResidentKilobytes(pid_t pid) {
     return 0;
 }
 
-// A temporary folder in memory where the system has one: 70,000 files are made and removed
-// there in a second or two, where a disk shared with busy builds can take minutes.
-class MemoryFolder {
-public:
-    MemoryFolder() {
-        std::string pattern = "/dev/shm/lumidrop-zip-XXXXXX";
-        if (::access("/dev/shm", W_OK) != 0 || ::mkdtemp(pattern.data()) == nullptr) {
-            pattern = (std::filesystem::temp_directory_path() / "lumidrop-zip-XXXXXX").string();
-            if (::mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "mkdtemp failed";
-        }
-        path_ = pattern;
-    }
-    ~MemoryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    MemoryFolder(const MemoryFolder&) = delete;
-    MemoryFolder& operator=(const MemoryFolder&) = delete;
-
-    [[nodiscard]] std::string operator/(const std::string& name) const {
-        return path_ + "/" + name;
-    }
-
-private:
-    std::string path_;
-};
-
 std::string OwnOrigin(int port) {
     return "Origin: http://127.0.0.1:" + std::to_string(port) + "\r\n";
 }
@@ -162,8 +135,6 @@ TEST_F(ZipEndToEndTest, ArchivesHoldWhatTheListingShowsAndNoMore) {
 
     testing::HttpResponse whole = testing::Fetch(port_, Request("GET", "/docs/?action=Zip"));
     ASSERT_EQ(whole.status, 200);
-    EXPECT_EQ(whole.Header("Content-Type"), "application/zip");
-    EXPECT_TRUE(Contains(whole.Header("Content-Disposition"), "filename=\"docs.zip\""));
     std::map<std::string, Member> members = Unpacked(whole);
     std::set<std::string> names;
     for (const auto& [name, member] : members)
@@ -193,20 +164,16 @@ TEST_F(ZipEndToEndTest, ArchivesHoldWhatTheListingShowsAndNoMore) {
 
     Start("authorities+=.anonymous|docs|1\r\n");  // list, but no download
     EXPECT_EQ(testing::Fetch(port_, Request("GET", "/docs/?action=Zip")).status, 401);
-}
 
-// Forms end a selection's lines in CR LF, and the archive reads "..\r" as "..": it is
-// refused as ".." is, also where hidden names are shared and a dot name would pass.
-TEST_F(ZipEndToEndTest, SelectionLineEndingInCarriageReturnCannotClimb) {
-    share_.Write("top.txt", "top");
-    share_.Write("sub/inner.txt", "inner");
+    // Forms end a selection's lines in CR LF, and the archive reads "..\r" as "..": it is
+    // refused as ".." is, also where hidden names are shared and a dot name would pass.
     Start("showHiddenFiles=1\r\n");
     for (std::string selection : {"..%0D", "inner.txt%0D%0A..%0D%0A"}) {
         testing::HttpResponse response =
             testing::Fetch(port_, Request("POST", "/docs/sub/?action=Zip", OwnOrigin(port_),
                                           "selectedFiles=" + selection));
         EXPECT_EQ(response.status, 301) << selection;
-        EXPECT_FALSE(Contains(response.body, "top.txt")) << selection;
+        EXPECT_FALSE(Contains(response.body, "a.txt")) << selection;
     }
 }
 
@@ -243,7 +210,9 @@ TEST_F(ZipEndToEndTest, LargeTreeOpensInEveryReaderAndLeavingEndsIt) {
     for (const char* tool : {"unzip", "bsdtar", "python3"}) {
         if (!HasCommand(tool)) GTEST_SKIP() << tool << " is not installed";
     }
-    MemoryFolder memory;
+    // In memory where the system has it: 70,000 files are made and removed there in a second
+    // or two, where a disk shared with busy builds can take minutes.
+    testing::TempFolder memory(::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
     std::filesystem::create_directories(memory / "tree/empty");
     {
         UniqueFd huge(::open((memory / "tree/huge.bin").c_str(), O_WRONLY | O_CREAT, 0644));
