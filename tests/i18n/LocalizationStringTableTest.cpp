@@ -27,7 +27,6 @@ TEST(LocalizationStringTableTest, ReadsEntriesWithAnyLineEndsAndRefusesBadLines)
          {{"quote \" and \\ slash", "C:\\dir \"x\""}}},
         {"\n\"a\" = \"A\"\n \n\t\n\"b\"=\"B\"", {{"a", "A"}, {"b", "B"}}},
         {"\"a\" = \"1\r2\"\n", {{"a", "1\r2"}}},  // a CR inside quotes is kept
-        {"\"a\" = \"A\"\nab\n", {}},
         {"\"a\" = \"A\"\n\"key\" \"no equals\"\n", {}},
         {"\"a\" = \"A\"\n\"unterminated = \"x\"\n", {}},
         {"\"a\" = \"A\n\"b\" = \"B\"\n", {}},  // a value the line break leaves open
@@ -43,7 +42,6 @@ TEST(LocalizationStringTableTest, ReadsEntriesWithAnyLineEndsAndRefusesBadLines)
             std::istringstream in(text);
             std::array<std::string, 3> descriptions;
             ASSERT_TRUE(LocalizationStringTable::ReadHeader(in, descriptions));
-            EXPECT_EQ(descriptions[2], "1.0");
             LocalizationStringTable table;
             EXPECT_EQ(table.Load(in), !c.lookups.empty());
             EXPECT_EQ(table.Size(), c.lookups.size());
