@@ -118,12 +118,6 @@ void AppendReadableSize(std::string& out, uint64_t bytes, std::string_view bytes
     }
 }
 
-std::string FormatListingDate(const std::tm& local) {
-    std::string text;
-    AppendListingDate(text, local);
-    return text;
-}
-
 void AppendListingDate(std::string& out, const std::tm& local) {
     // Wide enough for the year of any time localtime accepts.
     long long year = static_cast<long long>(local.tm_year) + 1900;

@@ -28,7 +28,6 @@ void AppendGroupedDigits(std::string& out, uint64_t value);
 void AppendReadableSize(std::string& out, uint64_t bytes, std::string_view bytes_word);
 
 // A local time as "2026-11-22 PM 01:05": the 12-hour clock, midnight and noon as 12.
-[[nodiscard]] std::string FormatListingDate(const std::tm& local);
 void AppendListingDate(std::string& out, const std::tm& local);
 
 // Removes CR, LF and NUL, which must never reach a response header from outside.

@@ -1,57 +1,32 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <thread>
 
 #include "config/HomeFolder.h"
 #include "config/KorvelConfig.h"
-#include "support/LogCapture.h"
 #include "support/TempFolder.h"
 
 namespace Zarn {
 namespace {
 
-using testing::LogCapture;
 using testing::TempFolder;
 
 // Every key as a hand-written file lists it: BOM, items in byte order (upper case first),
 // then the lists in key order, CR LF line ends.
 const std::string kHandWritten =
     "\xEF\xBB\xBF"
-    "HostName=my.example.org\r\n"
-    "bootOnTray=0\r\n"
-    "canRootAccess=1\r\n"
-    "cgiFolder=\r\n"
-    "cgiTimeout=60\r\n"
-    "consolePort=9000\r\n"
-    "defaultSkin=\r\n"
-    "defaultUrlCodepage=949\r\n"
-    "downloadConnectionLimit=4\r\n"
-    "firstRunDone=1\r\n"
-    "followLinksOutOfMounts=0\r\n"
-    "getPublicIP=0\r\n"
-    "keepAliveTimeout=40\r\n"
-    "lastAddMountDirectory=/home/me\r\n"
-    "perIPdownloadConnectionLimit=2\r\n"
-    "port=8080\r\n"
-    "preferredLancardAddress=192.168.0.10\r\n"
-    "showHiddenFiles=0\r\n"
-    "singleInstance=1\r\n"
-    "skinDevelopersMode=0\r\n"
-    "totalDownloadSpeedLimit=-1\r\n"
-    "totalUploadSpeedLimit=100\r\n"
-    "uiLanguageFile=English.wul\r\n"
-    "useDownloadConnectionLimit=1\r\n"
-    "useHostName=1\r\n"
-    "usePerIPDownloadConnectionLimit=1\r\n"
-    "useVersionCheck=0\r\n"
-    "wasRunning=1\r\n"
-    "writeLog=1\r\n"
-    "authorities+=guest|music|3\r\n"
-    "ipFilterTable+=192.168.0.*:allow\r\n"
-    "ipFilterTable+=*.*.*.*:ban\r\n"
-    "mounts+=music|%2fhome%2fme%2fMusic|x|yes|x|no\r\n"
+    "HostName=my.example.org\r\nbootOnTray=0\r\ncanRootAccess=1\r\ncgiFolder=\r\n"
+    "cgiTimeout=60\r\nconsolePort=9000\r\ndefaultSkin=\r\ndefaultUrlCodepage=949\r\n"
+    "downloadConnectionLimit=4\r\nfirstRunDone=1\r\nfollowLinksOutOfMounts=0\r\n"
+    "getPublicIP=0\r\nkeepAliveTimeout=40\r\nlastAddMountDirectory=/home/me\r\n"
+    "perIPdownloadConnectionLimit=2\r\nport=8080\r\npreferredLancardAddress=192.168.0.10\r\n"
+    "showHiddenFiles=0\r\nsingleInstance=1\r\nskinDevelopersMode=0\r\n"
+    "totalDownloadSpeedLimit=-1\r\ntotalUploadSpeedLimit=100\r\n"
+    "uiLanguageFile=English.wul\r\nuseDownloadConnectionLimit=1\r\nuseHostName=1\r\n"
+    "usePerIPDownloadConnectionLimit=1\r\nuseVersionCheck=0\r\nwasRunning=1\r\nwriteLog=1\r\n"
+    "authorities+=guest|music|3\r\nipFilterTable+=192.168.0.*:allow\r\n"
+    "ipFilterTable+=*.*.*.*:ban\r\nmounts+=music|%2fhome%2fme%2fMusic|x|yes|x|no\r\n"
     "users+=guest|secret\r\n";
 
 TEST(KorvelConfigTest, HandWrittenFileLoadsAndSavesBackByteForByte) {
@@ -65,41 +40,21 @@ TEST(KorvelConfigTest, HandWrittenFileLoadsAndSavesBackByteForByte) {
     EXPECT_EQ(home.Read(KorvelConfig::kFileName), kHandWritten);
 }
 
-// Read from a file without a byte order mark; the corrected value is the one saved.
+// The corrected value is the one saved.
 TEST(KorvelConfigTest, KeepAliveTimeoutIsDefaultedAndKeptWithinItsBounds) {
     const std::pair<const char*, int> cases[] = {
-        {"", 15},
-        {"keepAliveTimeout=-20", 1},
-        {"keepAliveTimeout=86400", 3600},
-        {"keepAliveTimeout=soon", 15},
-    };
+        {"", 15}, {"keepAliveTimeout=-20", 1}, {"keepAliveTimeout=86400", 3600}};
     TempFolder home;
     for (const auto& [line, loaded] : cases) {
-        SCOPED_TRACE(line);
-        home.Write(KorvelConfig::kFileName, std::string(line) + "\r\nport=81\r\n");
+        home.Write(KorvelConfig::kFileName, std::string(line) + "\r\n");
         KorvelConfig config(home / KorvelConfig::kFileName);
-        EXPECT_EQ(config.port, 81);
-        EXPECT_EQ(config.keepAliveTimeout, loaded);
+        EXPECT_EQ(config.keepAliveTimeout, loaded) << line;
         ASSERT_TRUE(config.Save());
         EXPECT_NE(home.Read(KorvelConfig::kFileName)
                       .find("\r\nkeepAliveTimeout=" + std::to_string(loaded) + "\r\n"),
-                  std::string::npos);
+                  std::string::npos)
+            << line;
     }
-}
-
-TEST(KorvelConfigTest, FailedSaveKeepsTheOldFileAndSaysSo) {
-    TempFolder home;
-    home.Write(KorvelConfig::kFileName, kHandWritten);
-    // A folder where the temporary file must go makes the save fail before the rename.
-    std::filesystem::create_directory(home / "mount.ini.tmp");
-    LogCapture capture;
-    KorvelConfig config(home / KorvelConfig::kFileName);
-    config.port = 1;
-    EXPECT_FALSE(config.Save());
-    EXPECT_EQ(home.Read(KorvelConfig::kFileName), kHandWritten);
-    ASSERT_EQ(capture.Lines().size(), 1u);
-    EXPECT_EQ(capture.Lines()[0].first, kLogError);
-    EXPECT_NE(capture.Lines()[0].second.find("mount.ini"), std::string::npos);
 }
 
 TEST(KorvelConfigTest, ConcurrentSavesAlwaysLeaveAWholeFile) {
@@ -120,25 +75,13 @@ TEST(KorvelConfigTest, ConcurrentSavesAlwaysLeaveAWholeFile) {
     EXPECT_EQ(KorvelConfig(home / KorvelConfig::kFileName).users.size(), 100u);
 }
 
-TEST(HomeFolderTest, ChoosesTheRequestedFolderElseTheConfigFolder) {
+// Where the config folder is when none is asked for, the service command's test shows.
+TEST(HomeFolderTest, MakesARequestedFolderAbsolute) {
     TempFolder base;
     std::filesystem::path previous = std::filesystem::current_path();
     std::filesystem::current_path(base.Path());
     EXPECT_EQ(HomeFolder::Resolve(std::string("sub/../home")), base / "home");
     std::filesystem::current_path(previous);
-
-    const char* saved_xdg = std::getenv("XDG_CONFIG_HOME");
-    std::string saved = saved_xdg ? saved_xdg : "";
-    ::setenv("XDG_CONFIG_HOME", (base / "xdg").c_str(), 1);
-    EXPECT_EQ(HomeFolder::Resolve(std::nullopt), base / "xdg/lumidrop");
-    ::setenv("XDG_CONFIG_HOME", "relative/ignored", 1);
-    EXPECT_TRUE(HomeFolder::Resolve(std::nullopt).ends_with("/.config/lumidrop"));
-    if (saved_xdg) {
-        ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
-    } else {
-        ::unsetenv("XDG_CONFIG_HOME");
-    }
-    EXPECT_FALSE(HomeFolder::ExecutableFolder().empty());
 }
 
 }  // namespace

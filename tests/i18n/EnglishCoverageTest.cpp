@@ -6,14 +6,13 @@
 
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <set>
 #include <sstream>
-#include <vector>
 
 #include "core/EmbeddedResources.h"
 #include "i18n/LocalizationStringTable.h"
+#include "support/TempFolder.h"
 
 namespace Zarn {
 namespace {
@@ -58,13 +57,6 @@ void CollectCalls(const std::string& text, std::string_view name, bool skip_argu
     }
 }
 
-std::string ReadFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // The pages get their texts only through the embedded list, so a key missing from it shows
 // untranslated even when English.wul has it.
 TEST(EnglishCoverageTest, EveryTextOfTheCodeAndTheConsolePagesIsTranslated) {
@@ -76,20 +68,16 @@ TEST(EnglishCoverageTest, EveryTextOfTheCodeAndTheConsolePagesIsTranslated) {
     ASSERT_TRUE(LocalizationStringTable::ReadHeader(in, descriptions) && table.Load(in));
 
     std::set<std::string> code_keys;
-    std::vector<std::filesystem::directory_entry> sources;
     for (const char* folder : {LUMIDROP_SOURCE_DIR "/src", LUMIDROP_SOURCE_DIR "/plugins"}) {
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
-            sources.push_back(entry);
-    }
-    for (const auto& entry : sources) {
-        std::string extension = entry.path().extension().string();
-        if (extension != ".cpp" && extension != ".h") continue;
-        std::string text = ReadFile(entry.path());
-        for (std::string_view call :
-             {"Translate(", "TranslateFormat(", "FormatTranslated(", "TranslationKey("}) {
-            CollectCalls(text, call, false, code_keys);
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+            std::string extension = entry.path().extension().string();
+            if (extension != ".cpp" && extension != ".h") continue;
+            std::string text = testing::ReadWholeFile(entry.path());
+            for (std::string_view call :
+                 {"Translate(", "TranslateFormat(", "FormatTranslated(", "TranslationKey("})
+                CollectCalls(text, call, false, code_keys);
+            CollectCalls(text, "LogTranslated(", true, code_keys);
         }
-        CollectCalls(text, "LogTranslated(", true, code_keys);
     }
     ASSERT_FALSE(code_keys.empty());
 
@@ -108,7 +96,7 @@ TEST(EnglishCoverageTest, EveryTextOfTheCodeAndTheConsolePagesIsTranslated) {
     std::set<std::string> page_keys;
     for (const auto& entry :
          std::filesystem::directory_iterator(LUMIDROP_SOURCE_DIR "/res/console")) {
-        std::string text = ReadFile(entry.path());
+        std::string text = testing::ReadWholeFile(entry.path());
         if (entry.path().extension() == ".js") CollectCalls(text, "T(", false, page_keys);
         if (entry.path().extension() != ".html") continue;
         for (size_t at = text.find("data-t=\""); at != std::string::npos;

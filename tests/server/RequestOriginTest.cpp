@@ -13,24 +13,19 @@ bool IsCrossSite(const std::string& headers) {
     return IsCrossSiteRequest(request);
 }
 
+// The plain forgeries and the server's own pages the exposure end-to-end test sends over a
+// socket; here, the spellings and ports that must compare alike or apart.
 TEST(RequestOriginTest, TellsForgedRequestsFromTheServersOwn) {
     struct Case {
         const char* headers;
         bool cross_site;
     };
     const Case cases[] = {
-        // Command-line clients and old browsers send neither header.
-        {"Host: files.example:8080", false},
-        {"Host: files.example:8080\r\nSec-Fetch-Site: same-origin", false},
         {"Host: files.example:8080\r\nSec-Fetch-Site: same-site", false},
         {"Host: files.example:8080\r\nSec-Fetch-Site: none", false},
         {"Host: files.example:8080\r\nSec-Fetch-Site: Cross-Site", true},
-        {"Host: files.example:8080\r\nOrigin: http://files.example:8080", false},
         {"Host: FILES.example:8080\r\nOrigin: http://files.EXAMPLE:8080", false},
-        {"Host: files.example:8080\r\nOrigin: http://files.example:8081", true},
-        {"Host: files.example:8080\r\nOrigin: http://evil.example:8080", true},
         {"Host: files.example:8080\r\nOrigin: http://files.example", true},
-        {"Host: files.example:8080\r\nOrigin: null", true},
         {"Host: files.example:8080\r\nOrigin: files.example:8080", true},
         {"Host: files.example:8080\r\nOrigin: http://files.example:8080/path", true},
         {"Origin: http://files.example:8080", true},  // nothing to compare with

@@ -52,6 +52,8 @@ TEST_F(AccountManagerTest, ChecksPasswordsExactlyAndTakesRightsFromTheTableOrThe
     EXPECT_EQ(accounts_->GetRights("alice", "missing"), std::nullopt);
 }
 
+// Changes, renames and removals as the console makes them are the console's sharing
+// end-to-end test's; here, how they are written and grants waiting for their mount.
 TEST_F(AccountManagerTest, SavesChangesAndKeepsGrantsItCannotPlaceYet) {
     Load(
         "users+=bob|pw\r\nmounts+=docs|%2fdocs|x|yes|x|no\r\n"
@@ -59,7 +61,6 @@ TEST_F(AccountManagerTest, SavesChangesAndKeepsGrantsItCannotPlaceYet) {
     ASSERT_TRUE(accounts_->SetRights("bob", "docs", 5));
     ASSERT_TRUE(accounts_->SetAccount("new user", "p w"));
     ASSERT_TRUE(accounts_->SetRights(AccountManager::kAnonymous, "docs", 0));
-    EXPECT_FALSE(accounts_->SetRights("nobody", "docs", 1));
     EXPECT_EQ(Saved().users, (std::vector<std::string>{"bob|pw", "new%20user|p%20w"}));
     EXPECT_EQ(Saved().authorities,
               (std::vector<std::string>{"bob|docs|5", ".anonymous|docs|0", "bob|later|7"}));
@@ -69,10 +70,6 @@ TEST_F(AccountManagerTest, SavesChangesAndKeepsGrantsItCannotPlaceYet) {
     EXPECT_EQ(accounts_->GetRights("bob", "later"), kDefaultRights);
     accounts_->ApplyPendingRights();
     EXPECT_EQ(accounts_->GetRights("bob", "later"), 7u);
-
-    ASSERT_TRUE(accounts_->RemoveAccount("bob"));
-    EXPECT_FALSE(accounts_->CheckPassword("bob", "pw"));
-    EXPECT_EQ(Saved().authorities, (std::vector<std::string>{".anonymous|docs|0"}));
 }
 
 }  // namespace
