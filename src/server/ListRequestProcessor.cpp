@@ -36,7 +36,7 @@ void SetFreeSpace(TextContent& page, int folder_fd) {
     }
     uint64_t free_bytes = static_cast<uint64_t>(info.f_bavail) * info.f_frsize;
     page.SetScalar("$free_space", GroupDigits(free_bytes));
-    page.SetScalar("$free_space_readable", ReadableSize(free_bytes, Translate("바이트")));
+    page.SetScalar("$free_space_readable", ReadableSize(free_bytes, ByteWords::Translated()));
 }
 
 }  // namespace
@@ -151,7 +151,7 @@ void ListRequestProcessor::SendRows(HttpRequest& request, std::unique_ptr<Listin
     page.SetScalar("$show_files", "1");
     page.SetRecordList("$files", std::move(rows));
     page.SetScalar("$total_size", GroupDigits(total));
-    page.SetScalar("$total_size_readable", ReadableSize(total, Translate("바이트")));
+    page.SetScalar("$total_size_readable", ReadableSize(total, ByteWords::Translated()));
     std::vector<TextContent::Record> skins;
     if (options_.page.skins != nullptr) {
         for (const std::string& name : options_.page.skins->ListNames()) {

@@ -12,7 +12,7 @@ namespace Zarn {
 
 // Translated once per page, not once per row.
 ListingRows::ListingRows(const MimeTypeTable* types)
-    : types_(types), bytes_word_(Translate("바이트")) {}
+    : types_(types), byte_words_(ByteWords::Translated()) {}
 
 void ListingRows::AddFolder(std::string_view name, std::string_view found_in) {
     Add(name, found_in, {.is_folder = true});
@@ -89,7 +89,7 @@ void ListingRows::Select(size_t index) {
     ends_[kLink] = row_.size();
     if (is_file) AppendGroupedDigits(row_, selected_->bytes);
     ends_[kSize] = row_.size();
-    if (is_file) AppendReadableSize(row_, selected_->bytes, bytes_word_);
+    if (is_file) AppendReadableSize(row_, selected_->bytes, byte_words_);
     ends_[kSizeReadable] = row_.size();
     if (is_file) AppendDate(selected_->modified);
     ends_[kDate] = row_.size();

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "server/TextFormat.h"
 #include "template/RecordList.h"
 
 namespace Zarn {
@@ -80,7 +81,7 @@ private:
 
     const MimeTypeTable* types_ = nullptr;
 
-    std::string bytes_word_;
+    ByteWords byte_words_;
     std::string names_;
     std::vector<Entry> entries_;
     uint64_t total_bytes_ = 0;

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "core/StringUtil.h"
+#include "i18n/Translate.h"
 
 namespace Zarn {
 namespace {
@@ -81,17 +82,26 @@ void AppendGroupedDigits(std::string& out, uint64_t value) {
     out.append(first, end);
 }
 
-std::string ReadableSize(uint64_t bytes, std::string_view bytes_word) {
+ByteWords ByteWords::Translated() {
+    // The single byte is a phrase of its own: languages differ in more than a plural ending.
+    return {.one = Translate("1 바이트"), .many = Translate("바이트")};
+}
+
+std::string ReadableSize(uint64_t bytes, const ByteWords& words) {
     std::string text;
-    AppendReadableSize(text, bytes, bytes_word);
+    AppendReadableSize(text, bytes, words);
     return text;
 }
 
-void AppendReadableSize(std::string& out, uint64_t bytes, std::string_view bytes_word) {
+void AppendReadableSize(std::string& out, uint64_t bytes, const ByteWords& words) {
+    if (bytes == 1) {
+        out += words.one;
+        return;
+    }
     if (bytes < 1000) {
         AppendGroupedDigits(out, bytes);
         out += ' ';
-        out += bytes_word;
+        out += words.many;
         return;
     }
     static constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB", "PB", "EB"};

@@ -20,12 +20,22 @@ void AppendHtmlEscaped(std::string& out, std::string_view text);
 [[nodiscard]] std::string GroupDigits(uint64_t value);
 void AppendGroupedDigits(std::string& out, uint64_t value);
 
+// How sizes below 1,000 bytes end: `one` is the whole text for a single byte ("1 byte"),
+// `many` the word after any other count ("bytes"). Translated once per page.
+struct ByteWords {
+    std::string one;
+    std::string many;
+
+    // In the language of the pages.
+    [[nodiscard]] static ByteWords Translated();
+};
+
 // A size as people read it at a glance: below 1,000 the bytes themselves ("999 bytes",
-// with the translated `bytes_word`), above in powers of 1,000 ("1.0 kB", "84.6 GB",
-// "512 MB"): one decimal while the figure is below 100, none from there, rounded half up
-// and moved to the next unit when the rounding reaches 1,000.
-[[nodiscard]] std::string ReadableSize(uint64_t bytes, std::string_view bytes_word);
-void AppendReadableSize(std::string& out, uint64_t bytes, std::string_view bytes_word);
+// "1 byte"), above in powers of 1,000 ("1.0 kB", "84.6 GB", "512 MB"): one decimal while
+// the figure is below 100, none from there, rounded half up and moved to the next unit when
+// the rounding reaches 1,000.
+[[nodiscard]] std::string ReadableSize(uint64_t bytes, const ByteWords& words);
+void AppendReadableSize(std::string& out, uint64_t bytes, const ByteWords& words);
 
 // A local time as "2026-11-22 PM 01:05": the 12-hour clock, midnight and noon as 12.
 void AppendListingDate(std::string& out, const std::tm& local);

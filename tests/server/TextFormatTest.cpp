@@ -24,13 +24,14 @@ TEST(TextFormatTest, EscapesAndFormatsToTheEndsOfTheirRanges) {
     EXPECT_EQ(GroupDigits(int64_t{-1234}), "-1,234");
     EXPECT_EQ(GroupDigits(INT64_MIN), "-9,223,372,036,854,775,808");
 
-    // Half up, and a unit up once rounding reaches a thousand.
+    // Half up, and a unit up once rounding reaches a thousand; a single byte is no plural.
     const std::pair<uint64_t, std::string_view> sizes[] = {
-        {1049, "1.0 kB"},   {1050, "1.1 kB"},   {99949, "99.9 kB"},      {99950, "100 kB"},
-        {999499, "999 kB"}, {999500, "1.0 MB"}, {UINT64_MAX, "18.4 EB"},
+        {0, "0 bytes"},     {1, "1 byte"},           {999, "999 bytes"}, {1049, "1.0 kB"},
+        {1050, "1.1 kB"},   {99949, "99.9 kB"},      {99950, "100 kB"},  {999499, "999 kB"},
+        {999500, "1.0 MB"}, {UINT64_MAX, "18.4 EB"},
     };
     for (const auto& [bytes, expected] : sizes)
-        EXPECT_EQ(ReadableSize(bytes, "bytes"), expected) << bytes;
+        EXPECT_EQ(ReadableSize(bytes, {.one = "1 byte", .many = "bytes"}), expected) << bytes;
 }
 
 TEST(RequestPathTest, ValidatesAndNormalisesPaths) {
