@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
@@ -28,32 +29,26 @@ struct ReadResult {
     size_t largest_request = 0;
 };
 
-// Serves the body from memory in receives of random sizes (1 byte up to `max_chunk`); the
-// parts' data is skipped unread unless `read_data`.
-ReadResult ReadAll(const std::string& boundary, const std::string& body, uint32_t seed,
-                   size_t max_chunk, size_t piece_size = 4096, bool read_data = true) {
-    std::mt19937 random(seed);
-    std::uniform_int_distribution<size_t> chunk(1, max_chunk);
+// Serves the body from memory in receives of at most `receive` bytes and reads the parts'
+// data in pieces of `piece` bytes; with `piece` 0 the data is skipped unread.
+ReadResult ReadAll(const std::string& boundary, const std::string& body, size_t receive,
+                   size_t piece) {
     size_t offset = 0;
     ReadResult result;
     MultipartReader reader(boundary, [&](char* buffer, size_t length) {
         result.largest_request = std::max(result.largest_request, length);
-        size_t count = std::min({length, chunk(random), body.size() - offset});
+        size_t count = std::min({length, receive, body.size() - offset});
         std::memcpy(buffer, body.data() + offset, count);
         offset += count;
         return count;
     });
     MultipartPart part;
-    std::vector<char> piece(piece_size);
+    std::vector<char> data(std::max<size_t>(piece, 1));
     while (reader.ReadNextPart(part)) {
         ReadPart read{
             part.name, part.file_name, part.has_file_name, {}, part.has_malformed_file_name};
-        bool ended = !read_data;
-        while (!ended) {
-            size_t got = reader.ReadPartData(piece.data(), piece.size(), ended);
-            EXPECT_FALSE(ended && got != 0);
-            read.data.append(piece.data(), got);
-        }
+        for (bool ended = piece == 0; !ended;)
+            read.data.append(data.data(), reader.ReadPartData(data.data(), piece, ended));
         result.parts.push_back(std::move(read));
     }
     result.complete = reader.IsComplete();
@@ -119,26 +114,17 @@ std::vector<BodyCase> Cases() {
     cases.push_back({"part header never ends", "q", "--q\r\nContent-Disposition: form", {}, false});
     cases.push_back({"boundary never comes", "q", std::string(30000, 'z'), {}, false});
     // A raw line break in a quoted file name ends the header line inside the quotes; the
-    // name is refused rather than cut there, and the next part is read as usual.
-    const std::string ok =
-        Field(b, "name=\"uploadfile\"; filename=\"ok.txt\"", "fine") + "--" + b + "--\r\n";
-    const std::pair<const char*, ReadPart> broken_names[] = {
-        {"name=\"uploadfile\"; filename=\"evil\r\n.txt\"",
-         {"uploadfile", "evil", true, "data", true}},
-        {"name=\"uploadfile\"; filename=\"evil\n.txt\"",
-         {"uploadfile", "evil", true, "data", true}},
-        {"filename=\"evil\r.txt\"; name=\"uploadfile\"",
-         {"uploadfile", "evil\r.txt", true, "data", true}},
-        {"name=\"uploadfile\"; filename=\"x\r\n\r\ny.txt\"",
-         {"uploadfile", "x", true, "y.txt\"\r\n\r\ndata", true}},
-    };
-    for (const auto& [disposition, part] : broken_names) {
-        cases.push_back({disposition,
-                         b,
-                         Field(b, disposition, "data") + ok,
-                         {part, {"uploadfile", "ok.txt", true, "fine"}},
-                         true});
-    }
+    // name is refused rather than cut there, and the next part is read as usual. Single
+    // breaks are refused over real sockets end to end and in the disposition table below.
+    const std::string disposition = "name=\"uploadfile\"; filename=\"x\r\n\r\ny.txt\"";
+    cases.push_back({"a blank line inside a file name",
+                     b,
+                     Field(b, disposition, "data") +
+                         Field(b, "name=\"uploadfile\"; filename=\"ok.txt\"", "fine") + "--" + b +
+                         "--\r\n",
+                     {{"uploadfile", "x", true, "y.txt\"\r\n\r\ndata", true},
+                      {"uploadfile", "ok.txt", true, "fine"}},
+                     true});
     cases.push_back({"nothing after the last delimiter",
                      "q",
                      Field("q", "name=\"a\"", "1") + "--q",
@@ -147,28 +133,25 @@ std::vector<BodyCase> Cases() {
     return cases;
 }
 
-TEST(MultipartReaderTest, YieldsTheSamePartsForAnyReceiveSizes) {
+TEST(MultipartReaderTest, YieldsTheSamePartsWholeByteByByteAndWhenSkipped) {
     for (const BodyCase& body_case : Cases()) {
         SCOPED_TRACE(body_case.label);
-        ReadResult whole =
-            ReadAll(body_case.boundary, body_case.body, 1, body_case.body.size() + 1);
+        ReadResult whole = ReadAll(body_case.boundary, body_case.body, SIZE_MAX, 4096);
         EXPECT_EQ(whole.parts, body_case.parts);
         EXPECT_EQ(whole.complete, body_case.complete);
         EXPECT_EQ(whole.broken, !body_case.complete);
         EXPECT_LE(whole.largest_request, MultipartReader::kBlockBytes);
+        // Every delimiter split at every byte, and the kept-back tail handed out a byte at a
+        // time.
+        ReadResult bytewise = ReadAll(body_case.boundary, body_case.body, 1, 1);
+        EXPECT_EQ(bytewise.parts, whole.parts);
+        EXPECT_EQ(bytewise.complete, whole.complete);
         // Moving on to the next part skips what was left unread of this one.
-        ReadResult skipped = ReadAll(body_case.boundary, body_case.body, 1, 3000, 4096, false);
+        ReadResult skipped = ReadAll(body_case.boundary, body_case.body, 3000, 0);
         ASSERT_EQ(skipped.parts.size(), whole.parts.size());
         for (size_t i = 0; i < skipped.parts.size(); ++i)
             EXPECT_EQ(skipped.parts[i].name, whole.parts[i].name);
         EXPECT_EQ(skipped.complete, whole.complete);
-        for (uint32_t seed = 1; seed <= 20; ++seed) {
-            size_t max_chunk = seed % 2 == 0 ? 7 : 3000;
-            ReadResult chunked = ReadAll(body_case.boundary, body_case.body, seed, max_chunk,
-                                         seed % 3 == 0 ? 1 : 4096);
-            ASSERT_EQ(chunked.parts, whole.parts) << "seed " << seed;
-            EXPECT_EQ(chunked.complete, whole.complete);
-        }
     }
 }
 
