@@ -49,27 +49,8 @@ TEST(ConnectionCountLimitManagerTest, RefusesWithTheLimitReachedAndALoweredLimit
     EXPECT_EQ(Acquire(manager, late, "10.0.0.9"), kAccepted);
 }
 
-// How the addresses' slots are kept is the concurrent test's to check, by their count
-// at the end; here, what a token does with its place.
-TEST(ConnectionCountLimitManagerTest, TokensGiveTheirPlacesBack) {
-    ConnectionCountLimitManager manager;
-    CounterToken a;
-    manager.SetTotalLimit(true, 1);
-    {
-        CounterToken token;
-        ASSERT_EQ(Acquire(manager, token, "10.0.0.1"), kAccepted);
-        EXPECT_EQ(Acquire(manager, token, "10.0.0.2"), kAccepted);  // its own place is freed first
-        CounterToken moved = std::move(token);
-        EXPECT_EQ(manager.GetTotalCount(), 1);
-    }
-    EXPECT_EQ(manager.GetTotalCount(), 0);
-    ASSERT_EQ(Acquire(manager, a, "10.0.0.1"), kAccepted);
-    a = CounterToken();
-    manager.Release(7);  // a release too many is absorbed
-    EXPECT_EQ(manager.GetTotalCount(), 0);
-    EXPECT_EQ(manager.GetSlotCount(), 0u);
-}
-
+// Tokens re-acquired while held, released and destroyed at random: any place a token failed
+// to give back, or gave back twice, would show in the counts at the end.
 TEST(ConnectionCountLimitManagerTest, ConcurrentDownloadsLeaveNoCountsBehind) {
     ConnectionCountLimitManager manager;
     manager.SetTotalLimit(true, 6);
