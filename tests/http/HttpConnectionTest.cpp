@@ -91,39 +91,29 @@ TEST_F(HttpConnectionTest, ReadsFormsLazilyWhateverTheReceivesLookLike) {
     }
 }
 
+// Pipelined requests and the idle close of a silent connection cross the socket end to end;
+// here, what happens on either side of a request's first byte.
 TEST_F(HttpConnectionTest, KeepAliveTimeoutBoundsOnlyTheWaitForARequestToBegin) {
-    using Clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds kIdle(200);
     connection_.SetKeepAliveTimeout(kIdle);
-    // Sends the rest of a request only after the idle time has passed twice over.
-    auto send_late = [&](std::string bytes) {
-        return std::jthread([this, bytes, delay = 2 * kIdle] {
-            std::this_thread::sleep_for(delay);
-            SendAll(pair_.client, bytes);
+    // A request that has begun waits under the header deadline, past the idle time twice over.
+    SendAll(pair_.client, "GET /a HT");
+    {
+        std::jthread rest([this, kIdle] {
+            std::this_thread::sleep_for(2 * kIdle);
+            SendAll(pair_.client, "TP/1.1\r\n\r\n");
         });
-    };
-
-    // Pipelined requests, the last one cut short, are read whatever the idle time: one that
-    // is complete needs no wait, one that has begun waits under the header deadline.
-    SendAll(pair_.client, "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1.1\r\n\r\nGET /c HT");
-    for (std::string path : {"a", "b", "c"}) {
-        SCOPED_TRACE(path);
-        std::jthread rest;
-        if (path == "c") rest = send_late("TP/1.1\r\n\r\n");
         auto request = NewRequest();
         ASSERT_TRUE(connection_.ReadHeader(*request));
-        EXPECT_EQ(request->GetPath(), path);
+        EXPECT_EQ(request->GetPath(), "a");
     }
-    // Silence, or blank lines that begin no request, end the read empty-handed.
-    for (std::string before : {"", "\r\n"}) {
-        SCOPED_TRACE(before.size());
-        SendAll(pair_.client, before);
-        auto started = Clock::now();
-        auto request = NewRequest();
-        EXPECT_FALSE(connection_.ReadHeader(*request));
-        EXPECT_GE(Clock::now() - started, kIdle);
-        EXPECT_LT(Clock::now() - started, std::chrono::seconds(5));
-    }
+    // Blank lines begin no request: silence after them ends the read empty-handed.
+    SendAll(pair_.client, "\r\n");
+    auto started = std::chrono::steady_clock::now();
+    auto request = NewRequest();
+    EXPECT_FALSE(connection_.ReadHeader(*request));
+    EXPECT_GE(std::chrono::steady_clock::now() - started, kIdle);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
 }
 
 TEST_F(HttpConnectionTest, HeadersAtTheLimitOrWithNulBytesAreReadAndAHalfOneFails) {
