@@ -56,12 +56,6 @@ ReadResult ReadAll(const std::string& boundary, const std::string& body, size_t 
     return result;
 }
 
-std::string Field(const std::string& boundary, const std::string& disposition,
-                  const std::string& data) {
-    return "--" + boundary + "\r\nContent-Disposition: form-data; " + disposition + "\r\n\r\n" +
-           data + "\r\n";
-}
-
 std::string RandomBytes(size_t size, uint32_t seed) {
     std::mt19937 random(seed);
     std::string bytes(size, '\0');
@@ -70,84 +64,79 @@ std::string RandomBytes(size_t size, uint32_t seed) {
     return bytes;
 }
 
+constexpr char kBoundary[] = "----WebKitFormBoundary7MA4YWxk";
+
 struct BodyCase {
     const char* label;
-    std::string boundary;
     std::string body;
     std::vector<ReadPart> parts;
     bool complete;
 };
 
 std::vector<BodyCase> Cases() {
-    const std::string b = "----WebKitFormBoundary7MA4YWxk";
+    const std::string b = kBoundary;
+    const std::string open = "--" + b + "\r\n", end = "--" + b + "--\r\n";
+    auto field = [&](const std::string& disposition, const std::string& data) {
+        return open + "Content-Disposition: form-data; " + disposition + "\r\n\r\n" + data + "\r\n";
+    };
     // Data that looks like a delimiter without being one must come through untouched.
-    std::string tricky =
+    const std::string tricky =
         "a\r\n--" + b.substr(0, 10) + "\r\n-" + "\r\n--" + b.substr(0, b.size() - 1) + "Y\r\r\n";
-    std::string large = RandomBytes(100000, 7);
-    std::vector<BodyCase> cases;
-    cases.push_back({"fields and a file",
-                     b,
-                     "preamble to ignore\r\n" + Field(b, "name=\"key\"", "k1") +
-                         Field(b, "name=\"uploadfile\"; filename=\"report.txt\"", "hello\r\n") +
-                         Field(b, "name=\"empty\"", "") + "--" + b + "--\r\nepilogue",
-                     {{"key", "", false, "k1"},
-                      {"uploadfile", "report.txt", true, "hello\r\n"},
-                      {"empty", "", false, ""}},
-                     true});
-    cases.push_back({"delimiter look-alikes",
-                     b,
-                     Field(b, "name=\"t\"", tricky) + "--" + b + "--",
-                     {{"t", "", false, tricky}},
-                     true});
-    cases.push_back({"large binary part",
-                     "xyz",
-                     Field("xyz", "name=\"f\"; filename=\"x;y.bin\"", large) + "--xyz--\r\n",
-                     {{"f", "x;y.bin", true, large}},
-                     true});
-    cases.push_back(
-        {"part without headers", "q", "--q\r\n\r\nraw\r\n--q--", {{"", "", false, "raw"}}, true});
-    cases.push_back({"body ends inside a part",
-                     "q",
-                     Field("q", "name=\"a\"", "full") + "--q\r\n\r\ncut off",
-                     {{"a", "", false, "full"}, {"", "", false, "cut off"}},
-                     false});
-    cases.push_back({"part header never ends", "q", "--q\r\nContent-Disposition: form", {}, false});
-    cases.push_back({"boundary never comes", "q", std::string(30000, 'z'), {}, false});
+    const std::string large = RandomBytes(100000, 7);
     // A raw line break in a quoted file name ends the header line inside the quotes; the
     // name is refused rather than cut there, and the next part is read as usual. Single
     // breaks are refused over real sockets end to end and in the disposition table below.
-    const std::string disposition = "name=\"uploadfile\"; filename=\"x\r\n\r\ny.txt\"";
-    cases.push_back({"a blank line inside a file name",
-                     b,
-                     Field(b, disposition, "data") +
-                         Field(b, "name=\"uploadfile\"; filename=\"ok.txt\"", "fine") + "--" + b +
-                         "--\r\n",
-                     {{"uploadfile", "x", true, "y.txt\"\r\n\r\ndata", true},
-                      {"uploadfile", "ok.txt", true, "fine"}},
-                     true});
-    cases.push_back({"nothing after the last delimiter",
-                     "q",
-                     Field("q", "name=\"a\"", "1") + "--q",
-                     {{"a", "", false, "1"}},
-                     false});
-    return cases;
+    const std::string broken_name = "name=\"f\"; filename=\"x\r\n\r\ny.txt\"";
+    return {
+        {"fields and a file",
+         "preamble to ignore\r\n" + field("name=\"key\"", "k1") +
+             field("name=\"f\"; filename=\"report.txt\"", "hello\r\n") +
+             field("name=\"empty\"", "") + end + "epilogue",
+         {{"key", "", false, "k1"},
+          {"f", "report.txt", true, "hello\r\n"},
+          {"empty", "", false, ""}},
+         true},
+        {"delimiter look-alikes",
+         field("name=\"t\"", tricky) + "--" + b + "--",
+         {{"t", "", false, tricky}},
+         true},
+        {"large binary part",
+         field("name=\"f\"; filename=\"x;y.bin\"", large) + end,
+         {{"f", "x;y.bin", true, large}},
+         true},
+        {"part without headers", open + "\r\nraw\r\n" + end, {{"", "", false, "raw"}}, true},
+        {"body ends inside a part",
+         field("name=\"a\"", "full") + open + "\r\ncut off",
+         {{"a", "", false, "full"}, {"", "", false, "cut off"}},
+         false},
+        {"part header never ends", open + "Content-Disposition: form", {}, false},
+        {"boundary never comes", std::string(30000, 'z'), {}, false},
+        {"a blank line inside a file name",
+         field(broken_name, "data") + field("name=\"f\"; filename=\"ok.txt\"", "fine") + end,
+         {{"f", "x", true, "y.txt\"\r\n\r\ndata", true}, {"f", "ok.txt", true, "fine"}},
+         true},
+        {"nothing after the last delimiter",
+         field("name=\"a\"", "1") + "--" + b,
+         {{"a", "", false, "1"}},
+         false},
+    };
 }
 
 TEST(MultipartReaderTest, YieldsTheSamePartsWholeByteByByteAndWhenSkipped) {
     for (const BodyCase& body_case : Cases()) {
         SCOPED_TRACE(body_case.label);
-        ReadResult whole = ReadAll(body_case.boundary, body_case.body, SIZE_MAX, 4096);
+        ReadResult whole = ReadAll(kBoundary, body_case.body, SIZE_MAX, 4096);
         EXPECT_EQ(whole.parts, body_case.parts);
         EXPECT_EQ(whole.complete, body_case.complete);
         EXPECT_EQ(whole.broken, !body_case.complete);
         EXPECT_LE(whole.largest_request, MultipartReader::kBlockBytes);
         // Every delimiter split at every byte, and the kept-back tail handed out a byte at a
         // time.
-        ReadResult bytewise = ReadAll(body_case.boundary, body_case.body, 1, 1);
+        ReadResult bytewise = ReadAll(kBoundary, body_case.body, 1, 1);
         EXPECT_EQ(bytewise.parts, whole.parts);
         EXPECT_EQ(bytewise.complete, whole.complete);
         // Moving on to the next part skips what was left unread of this one.
-        ReadResult skipped = ReadAll(body_case.boundary, body_case.body, 3000, 0);
+        ReadResult skipped = ReadAll(kBoundary, body_case.body, 3000, 0);
         ASSERT_EQ(skipped.parts.size(), whole.parts.size());
         for (size_t i = 0; i < skipped.parts.size(); ++i)
             EXPECT_EQ(skipped.parts[i].name, whole.parts[i].name);
