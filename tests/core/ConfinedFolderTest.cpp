@@ -67,13 +67,6 @@ TEST_F(ConfinedFolderTest, NoPathOrLinkEscapesAConfinedFolder) {
     EXPECT_TRUE(folder->StatBelow("", info));
     EXPECT_TRUE(S_ISDIR(info.st_mode));
     EXPECT_FALSE(folder->StatBelow("absolute", info));
-}
-
-TEST_F(ConfinedFolderTest, AnUnconfinedFolderFollowsLinksAnywhere) {
-    std::optional<ConfinedFolder> folder = ConfinedFolder::Open(share_.Path(), false);
-    ASSERT_TRUE(folder);
-    EXPECT_EQ(Read(*folder, "absolute"), "outside");
-    EXPECT_EQ(Read(*folder, "relative"), "outside");
     EXPECT_FALSE(ConfinedFolder::Open(share_ / "a.txt", true));
     EXPECT_FALSE(ConfinedFolder::Open(share_ / "missing", true));
 }

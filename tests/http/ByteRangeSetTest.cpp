@@ -7,6 +7,8 @@
 namespace Zarn {
 namespace {
 
+// How overlapping and touching ranges merge is the fuzz harness's to check against each
+// range resolved alone; here, each kind of range and the edges of the entity.
 TEST(ByteRangeSetTest, ResolvesToTheContentRangeOfTheFirstRange) {
     struct Case {
         const char* header;
@@ -18,11 +20,7 @@ TEST(ByteRangeSetTest, ResolvesToTheContentRangeOfTheFirstRange) {
         {"bytes=0-99", 1000, "bytes 0-99/1000", 1},
         {"bytes=-100", 1000, "bytes 900-999/1000", 1},
         {"bytes=500-", 1000, "bytes 500-999/1000", 1},
-        {"bytes=0-99,50-199", 1000, "bytes 0-199/1000", 1},
-        {"bytes=0-99,100-199", 1000, "bytes 0-199/1000", 1},
         {"bytes=200-299,0-99", 1000, "bytes 0-99/1000", 2},
-        {"bytes=0-99,500-", 1000, "bytes 0-99/1000", 2},
-        {"bytes=500-,600-700", 1000, "bytes 500-999/1000", 1},
         {" bytes = 1-1 , 3-4 ", 10, "bytes 1-1/10", 2},
         {"bytes=0-1000", 1000, nullptr, 0},
         {"bytes=1000-", 1000, nullptr, 0},
@@ -33,9 +31,6 @@ TEST(ByteRangeSetTest, ResolvesToTheContentRangeOfTheFirstRange) {
         {"bytes=-1", 0, nullptr, 0},
         {"bytes=0-0", 1, "bytes 0-0/1", 1},
         {"bytes=0-18446744073709551615", 1000, nullptr, 0},
-        {"bytes=-50,0-", 1000, "bytes 0-999/1000", 1},
-        {"bytes=900-949,-50", 1000, "bytes 900-999/1000", 1},
-        {"bytes=0-99,-5000", 1000, "bytes 0-999/1000", 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.header);

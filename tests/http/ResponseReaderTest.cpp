@@ -36,7 +36,10 @@ Reading ReadAll(const std::string& response, uint32_t seed, size_t max_chunk) {
     return reading;
 }
 
-TEST(ResponseReaderTest, ReadsEachFramingAlikeInAnyPieces) {
+// Lengths, chunks, a broken chunk, a cut body and a head too large cross real sockets in the
+// address check's tests, and the fuzz harness compares pieced readings with whole ones; here,
+// the framings those do not meet.
+TEST(ResponseReaderTest, ReadsFramingsTheCheckServersDoNotSend) {
     struct Case {
         const char* name;
         std::string response;
@@ -45,27 +48,19 @@ TEST(ResponseReaderTest, ReadsEachFramingAlikeInAnyPieces) {
         int end;
     } cases[] = {
         {"length", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhelloextra", 200, "hello", 0},
-        {"short length", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhello", 200, "hello", -1},
-        {"chunked",
-         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
-         "5;x=y\r\nhello\r\nA\r\n, world!!!\r\n0\r\nT: 1\r\n\r\n",
-         200, "hello, world!!!", 0},
         {"chunk size too large",
-         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
-         "1000000000000000\r\nab",
-         200, "", -1},
+         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1000000000000000\r\nab", 200, "",
+         -1},
         {"to the close", "HTTP/1.0 200 OK\r\nServer: x\r\n\r\nall of it", 200, "all of it", 0},
         {"no content", "HTTP/1.1 204 No Content\r\nContent-Length: 4\r\n\r\nnope", 204, "", 0},
         {"not a status line", "HTTP/1.1 OK\r\n\r\nbody", -1, "", 0},
         {"head cut off", "HTTP/1.1 200 OK\r\nContent-Le", -1, "", 0},
     };
     for (const Case& test : cases) {
-        for (uint32_t seed = 0; seed < 20; ++seed) {
-            Reading reading = ReadAll(test.response, seed, seed == 0 ? 1 << 20 : 1 + seed % 5);
-            EXPECT_EQ(reading.status, test.status) << test.name << " seed " << seed;
-            EXPECT_EQ(reading.body, test.body) << test.name << " seed " << seed;
-            EXPECT_EQ(reading.end, test.end) << test.name << " seed " << seed;
-        }
+        Reading reading = ReadAll(test.response, 0, 1 << 20);
+        EXPECT_EQ(reading.status, test.status) << test.name;
+        EXPECT_EQ(reading.body, test.body) << test.name;
+        EXPECT_EQ(reading.end, test.end) << test.name;
     }
 }
 
@@ -79,12 +74,6 @@ TEST(ResponseReaderTest, KeepsAChunksBytesWhenTheLineAfterThemIsBroken) {
         EXPECT_EQ(reading.body, "abc") << "seed " << seed;
         EXPECT_EQ(reading.end, -1) << "seed " << seed;
     }
-}
-
-TEST(ResponseReaderTest, RefusesAHeadBeyondItsBuffer) {
-    std::string response =
-        "HTTP/1.1 200 OK\r\nX: " + std::string(ResponseReader::kHeadBufferBytes, 'a') + "\r\n\r\n";
-    EXPECT_THROW((void)ReadAll(response, 1, 4096), std::runtime_error);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "net/Networking.h"
 #include "net/SocketError.h"
 #include "net/TCPServerSocket.h"
 #include "net/TCPSocket.h"
@@ -140,33 +139,6 @@ TEST(TCPServerSocketTest, CloseEndsConnectionsNobodyAccepted) {
     EXPECT_EQ(listener.Close(), 0);
     EXPECT_TRUE(SeesConnectionEnd(first));
     EXPECT_TRUE(SeesConnectionEnd(second));
-}
-
-TEST(NetworkingTest, SplitHostAndPortTrimsCutsAndWrapsThePort) {
-    struct Case {
-        std::string text;
-        uint16_t default_port;
-        std::string host;
-        uint16_t port;
-    };
-    const Case cases[] = {
-        {"host", 8080, "host", 8080},
-        {" \thost:81\r\n", 80, "host", 81},
-        {"h:65537", 80, "h", 1},
-        {"h:99999999999", 80, "h", static_cast<uint16_t>(99999999999 % 65536)},
-        {"h:12ab", 80, "h", 12},
-        {"1.2.3.4:", 80, "1.2.3.4", 0},
-        {" \r\n", 80, "", 80},
-        {std::string(2000, 'a'), 80, std::string(1023, 'a'), 80},
-        // The cut comes before the port is read.
-        {std::string(1020, 'a') + ":8080", 80, std::string(1020, 'a'), 80},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text.substr(0, 40));
-        HostAndPort split = SplitHostAndPort(c.text, c.default_port);
-        EXPECT_EQ(split.host, c.host);
-        EXPECT_EQ(split.port, c.port);
-    }
 }
 
 }  // namespace
