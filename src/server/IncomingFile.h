@@ -38,9 +38,9 @@ public:
     [[nodiscard]] bool Create();
     // True when every byte was written.
     [[nodiscard]] bool Write(const char* bytes, size_t length);
-    // Waits until the file is on the disk, closes it and gives it the name it was sent with, or
-    // NAME(1).EXT, NAME(2).EXT and so on when that is taken. False when no name could be given; the
-    // temporary file is then deleted.
+    // Waits until the file is on the disk, closes it and gives it the name it was sent
+    // with, or NAME(1).EXT, NAME(2).EXT and so on when that is taken. False when the disk
+    // lost bytes or no name could be given; the temporary file is then deleted.
     [[nodiscard]] bool Commit();
 
     [[nodiscard]] const std::string& GetTemporaryPath() const { return temporary_path_; }
