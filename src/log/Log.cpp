@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <shared_mutex>
 
 namespace Zarn {
 namespace {
@@ -14,13 +15,11 @@ struct Listener {
     void* context = nullptr;
 };
 
-std::mutex listener_mutex;
+// Held shared while a line is handed to the listener, so that replacing the listener waits
+// for the lines under way: its owner may destroy it as soon as InstallLogListener returns.
+// Shared, so that threads logging at once do not queue for each other here.
+std::shared_mutex listener_mutex;
 Listener installed_listener;
-
-Listener CurrentListener() {
-    std::lock_guard lock(listener_mutex);
-    return installed_listener;
-}
 
 }  // namespace
 
@@ -34,11 +33,11 @@ void Log(uint32_t level, const char* format, ...) {
 
 void VLog(uint32_t level, const char* format, va_list args) {
     if (!IsLogLevelEnabled(level)) return;
-    Listener listener = CurrentListener();
-    if (listener.function == nullptr) return;
+    std::shared_lock lock(listener_mutex);
+    if (installed_listener.function == nullptr) return;
     char text[kLogBufferBytes];
     std::vsnprintf(text, sizeof text, format, args);
-    listener.function(listener.context, level, text);
+    installed_listener.function(installed_listener.context, level, text);
 }
 
 bool IsLogLevelEnabled(uint32_t level) {
@@ -54,7 +53,7 @@ uint32_t GetLogMask() {
 }
 
 void InstallLogListener(LogListener listener, void* context) {
-    std::lock_guard lock(listener_mutex);
+    std::unique_lock lock(listener_mutex);
     installed_listener = {listener, context};
 }
 

@@ -27,7 +27,8 @@ void VLog(uint32_t level, const char* format, va_list args) __attribute__((forma
 void SetLogMask(uint32_t mask);
 [[nodiscard]] uint32_t GetLogMask();
 
-// Replaces the listener; a null function drops every message.
+// Replaces the listener; a null function drops every message. Returns once no line is
+// being handed to the old one, which may then be destroyed. A listener must not log.
 void InstallLogListener(LogListener listener, void* context);
 
 }  // namespace Zarn
