@@ -66,13 +66,18 @@ void HtmlPageSender::SendOpenFailure(int error) {
     if (!IsOutOfDescriptors(error)) {
         return SendErrorPage(404, "Not Found", Translate("찾을 수 없습니다."));
     }
-    request_.Log(kLogError, "No file descriptor left to open it, answered 503");
     TextContent page;
     page.SetScalar("$title", "503 Service Unavailable");
     page.SetScalar("$content",
                    Translate("서버에 열린 파일이 너무 많습니다. 잠시 후 다시 시도해 주세요."));
-    Render(page, ResponseHead(503, "Service Unavailable")
-                     .Add("Retry-After", std::to_string(kRetryAfterSeconds)));
+    Render(page, OutOfDescriptors(request_));
+}
+
+ResponseHead HtmlPageSender::OutOfDescriptors(HttpRequest& request) {
+    constexpr int kRetryAfterSeconds = 5;
+    request.Log(kLogError, "No file descriptor left to open it, answered 503");
+    return ResponseHead(503, "Service Unavailable")
+        .Add("Retry-After", std::to_string(kRetryAfterSeconds));
 }
 
 void HtmlPageSender::SendLoginRefused() {

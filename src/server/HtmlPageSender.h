@@ -31,10 +31,11 @@ public:
         bool keep_alive = true;
     };
 
-    // Retry-After of a 503 for want of descriptors: long enough for a burst of connections
-    // to end and free theirs, short enough that a client which honours it (a sync tool, a
-    // download manager, a resumable upload) is not held up long.
-    static constexpr int kRetryAfterSeconds = 5;
+    // The head of an answer to a request whose open failed for want of descriptors: 503
+    // with a Retry-After long enough for a burst of connections to end and free theirs,
+    // short enough that a client which honours it (a sync tool, a download manager, a
+    // resumable upload) is not held up long. Logged on `request`.
+    [[nodiscard]] static ResponseHead OutOfDescriptors(HttpRequest& request);
 
     HtmlPageSender(HttpRequest& request, Context context) : request_(request), context_(context) {}
 

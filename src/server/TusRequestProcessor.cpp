@@ -86,7 +86,8 @@ ResponseHead TusRequestProcessor::Decide(HttpRequest& request) {
     std::optional<LocalTarget> target = options_.mounts->ResolveTarget(folder);
     UniqueFd folder_fd = target ? target->Open(O_PATH | O_DIRECTORY) : UniqueFd();
     if (!folder_fd.IsValid()) {
-        return IsOutOfDescriptors(errno) ? Busy() : ResponseHead(404, "Not Found");
+        return IsOutOfDescriptors(errno) ? HtmlPageSender::OutOfDescriptors(request)
+                                         : ResponseHead(404, "Not Found");
     }
     if (method == HttpMethod::kPost) return Create(request, folder_fd.Get(), folder);
 
@@ -99,7 +100,7 @@ ResponseHead TusRequestProcessor::Decide(HttpRequest& request) {
     std::optional<ResumableUpload> upload =
         ResumableUpload::Open(folder_fd.Get(), id, options_.now);
     // A 404 would make the client give the upload up; a 503 makes it come back.
-    if (!upload && IsOutOfDescriptors(errno)) return Busy();
+    if (!upload && IsOutOfDescriptors(errno)) return HtmlPageSender::OutOfDescriptors(request);
     if (!upload) return DescribeFinished(method, id);
     if (method == HttpMethod::kHead) return Describe(*upload);
     if (method == HttpMethod::kPatch) return Append(request, *upload, folder);
@@ -151,12 +152,6 @@ ResponseHead TusRequestProcessor::Create(const HttpRequest& request, int folder_
     return ResponseHead(201, "Created")
         .Add("Location", Concat({location, "?action=tus&id=", upload->GetId()}))
         .Add("Upload-Expires", HttpDate::Format(upload->GetExpiry()));
-}
-
-ResponseHead TusRequestProcessor::Busy() {
-    Log(kLogError, "No file descriptor left to open an upload, answered 503");
-    return ResponseHead(503, "Service Unavailable")
-        .Add("Retry-After", std::to_string(HtmlPageSender::kRetryAfterSeconds));
 }
 
 ResponseHead TusRequestProcessor::DescribeFinished(HttpMethod method, const std::string& id) const {

@@ -57,9 +57,6 @@ private:
     [[nodiscard]] ResponseHead Describe(const ResumableUpload& upload);
     // HEAD of an upload completed within the idle day: all of it arrived. Else 404.
     [[nodiscard]] ResponseHead DescribeFinished(HttpMethod method, const std::string& id) const;
-    // 503 with Retry-After, for an upload or folder that could not be opened for want of
-    // descriptors; tus clients retry it where a 404 would end the upload.
-    [[nodiscard]] static ResponseHead Busy();
     [[nodiscard]] ResponseHead Append(HttpRequest& request, ResumableUpload& upload,
                                       const std::string& folder);
     // Reads the body into the upload; false when the disk refused a write.
