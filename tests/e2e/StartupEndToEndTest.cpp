@@ -54,7 +54,8 @@ TEST_F(StartupTest, OneProgramPerHomeAndSharingStoppedStaysStoppedAtTheNextLaunc
     StartWithConsole("port=0\r\ngetPublicIP=0\r\nuseHostName=1\r\nHostName=files.example.org\r\n");
     EXPECT_EQ(program_->ListeningLine(), "Korvel Lumidrop listening on http://files.example.org:" +
                                              std::to_string(port_) + "/\n");
-    auto [status, output] = Shell(LUMIDROP_BINARY " --home " + Quoted(home_.Path()) + " 2>&1");
+    auto [status, output] =
+        Shell("timeout -k 5 60 " LUMIDROP_BINARY " --home " + Quoted(home_.Path()) + " 2>&1");
     EXPECT_EQ(status, 1);
     EXPECT_TRUE(Contains(output, "already running with the home folder " + home_.Path()));
     EXPECT_TRUE(
@@ -95,7 +96,9 @@ TEST_F(StartupTest, AHomeThatCannotListenOpensTheConsoleWhenNewAndEndsOtherwise)
     ConsoleSession console(program);
     EXPECT_TRUE(Contains(console.Get("setup").body, "\"due\":true"));
 
-    // Any other home that cannot listen says so and ends, as it always did.
+    // Any other home that cannot listen says so and ends, as it always did. It needs its
+    // settings file: without one it is new, and stays up while the default console port is free.
+    home_.Write("mount.ini", "wasRunning=1\r\n");
     std::string error;
     EXPECT_EQ(ProgramRunner::RunToEnd({"--home", home_.Path(), "--port", held}, error), 1);
     EXPECT_TRUE(Contains(error, "cannot listen on port " + held + ": Address already in use"))
@@ -110,9 +113,9 @@ TEST_F(StartupTest, AHomeThatCannotListenOpensTheConsoleWhenNewAndEndsOtherwise)
     for (auto [locale, expected] : {std::pair{"ko_KR.UTF-8", "uiLanguageFile=\r\n"},
                                     std::pair{"de_DE.UTF-8", "uiLanguageFile=English.wul\r\n"}}) {
         TempFolder home;
-        (void)Shell("LC_ALL= LC_MESSAGES= LANG=" + std::string(locale) + " " + LUMIDROP_BINARY +
-                    " --home " + home.Path() + " --port " + held + " --console-port " + held +
-                    " 2>/dev/null");
+        (void)Shell("LC_ALL= LC_MESSAGES= LANG=" + std::string(locale) + " timeout -k 5 60 " +
+                    LUMIDROP_BINARY " --home " + home.Path() + " --port " + held +
+                    " --console-port " + held + " 2>/dev/null");
         EXPECT_TRUE(Contains(home.Read("mount.ini"), expected)) << locale;
     }
 

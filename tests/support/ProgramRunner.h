@@ -35,10 +35,13 @@ public:
     int Stop() { return child_.Stop(); }
     int KillWith(int signal) { return child_.KillWith(signal); }
 
-    // Runs the program to its end with these arguments: exit status and standard error.
+    // Runs the program to its end with these arguments: exit status (124 when it is still
+    // running after a minute) and standard error.
     static int RunToEnd(const std::vector<std::string>& arguments, std::string& error_output) {
         TempFolder scratch;
-        std::string command = LUMIDROP_BINARY;
+        // Bounded, so a program that wrongly keeps running fails the test instead of
+        // holding it until the suite's own time-out.
+        std::string command = "timeout -k 5 60 " LUMIDROP_BINARY;
         for (const std::string& argument : arguments)
             command += " '" + argument + "'";
         command += " >/dev/null 2>" + (scratch / "stderr");
