@@ -4,7 +4,8 @@
  *
  * Without scripts the form posts the names typed into it, and the server answers with the
  * listing or with the reason it refused. With scripts the names come from the tick boxes
- * of the listing (common.js adds them; shift-click ticks a range), the new name and the
+ * of the listing (common.js adds them; shift-click ticks a range) and travel as the bytes
+ * of their links, so that a name that is not UTF-8 can be managed too; the new name and the
  * target folder are asked for, every action is one POST answered in JSON, and the listing
  * is fetched again and put in place without leaving the page. Other scripts that wire up
  * rows hear of it through the "lumidrop:listing-changed" event on the document.
@@ -36,9 +37,8 @@
     return Array.prototype.slice.call(document.querySelectorAll("input.plugin-pick"));
   }
 
-  function tickedNames() {
-    return boxes().filter(function (box) { return box.checked; })
-      .map(function (box) { return box.value; });
+  function tickedBoxes() {
+    return boxes().filter(function (box) { return box.checked; });
   }
 
   function say(text, failed) {
@@ -61,14 +61,17 @@
     });
   }
 
-  function post(action, fields) {
-    var body = new URLSearchParams();
-    Object.keys(fields).forEach(function (name) { body.append(name, fields[name]); });
+  // `picked`: the ticked boxes, sent as their names' bytes; `fields`: texts the visitor typed.
+  function post(action, picked, fields) {
+    var body = ["selectedFiles=" + window.LumidropPicks.encodedSelection(picked)];
+    Object.keys(fields).forEach(function (name) {
+      body.push(name + "=" + encodeURIComponent(fields[name]));
+    });
     return fetch("?action=" + action, {
       method: "POST",
-      headers: { Accept: "application/json" },
+      headers: { Accept: "application/json", "Content-Type": "application/x-www-form-urlencoded" },
       credentials: "same-origin",
-      body: body
+      body: body.join("&")
     }).then(function (response) {
       return response.json().catch(function () {
         return { ok: false, message: response.status === 401 ? TEXT.refused : TEXT.failed };
@@ -96,30 +99,34 @@
       });
   }
 
-  function run(action, fields) {
-    return post(action, fields).then(function (answer) {
+  function run(action, picked, fields) {
+    return post(action, picked, fields).then(function (answer) {
       say(answer.message || "", !answer.ok);
       if (answer.ok || answer.done > 0) return refreshListing();
     });
   }
 
   function currentFolder() {
-    return decodeURIComponent(window.location.pathname);
+    try {
+      return decodeURIComponent(window.location.pathname);
+    } catch (e) {
+      return window.location.pathname;  // not UTF-8: the visitor types the target anyway
+    }
   }
 
   var ACTIONS = {
-    Delete: function (names) {
-      if (!window.confirm(TEXT.confirmDelete.replace("{count}", String(names.length)))) return;
-      run("Delete", { selectedFiles: names.join("\n") });
+    Delete: function (picked) {
+      if (!window.confirm(TEXT.confirmDelete.replace("{count}", String(picked.length)))) return;
+      run("Delete", picked, {});
     },
-    Rename: function (names) {
-      if (names.length !== 1) return say(TEXT.onlyOne, true);
-      var name = window.prompt(TEXT.newName, names[0]);
-      if (name && name !== names[0]) run("Rename", { selectedFiles: names[0], newName: name });
+    Rename: function (picked) {
+      if (picked.length !== 1) return say(TEXT.onlyOne, true);
+      var name = window.prompt(TEXT.newName, picked[0].value);
+      if (name && name !== picked[0].value) run("Rename", picked, { newName: name });
     },
-    Move: function (names) {
+    Move: function (picked) {
       var target = window.prompt(TEXT.target, currentFolder());
-      if (target) run("Move", { selectedFiles: names.join("\n"), target: target });
+      if (target) run("Move", picked, { target: target });
     }
   };
 
@@ -149,9 +156,9 @@
       event.preventDefault();
       var action = button.getAttribute("data-action");
       if (action === "MakeDirectory") return makeFolder();
-      var names = tickedNames();
-      if (names.length === 0) return say(TEXT.nothing, true);
-      ACTIONS[action](names);
+      var picked = tickedBoxes();
+      if (picked.length === 0) return say(TEXT.nothing, true);
+      ACTIONS[action](picked);
     });
   }
 

@@ -783,8 +783,19 @@
  * plug-in's form sends the ticked names, one per line. Without scripts the form still
  * works, and the plug-in is given the whole folder. Where the visitor may manage entries
  * (admin.js), folders get a box as well; plug-ins are still given files only.
+ *
+ * A name on disk is bytes, and not always UTF-8: shown as text it may hold U+FFFD and name
+ * nothing. So a selection is sent as the percent-encoded bytes of each entry's own link,
+ * which the server decodes back to the very name, never as the text the row shows.
  */
 (function () {
+  // The last segment of an entry's link, as the server wrote it: the name's bytes with all
+  // but letters, digits, "_" and "." percent-encoded ("+" and "%" too).
+  function linkSegment(link) {
+    var href = (link.getAttribute("href") || "").split(/[?#]/)[0].replace(/\/$/, "");
+    return href.slice(href.lastIndexOf("/") + 1);
+  }
+
   // Other scripts of the skin tick folders too (the zip download): they pass their rows.
   // With the managing tools, folders are ticked as well.
   function addBoxes(selector) {
@@ -795,10 +806,15 @@
       var cell = rows[i].querySelector("td");
       var link = cell && cell.querySelector("a.entry-name");
       if (!link || cell.querySelector("input.plugin-pick")) continue;
+      var segment = linkSegment(link);
+      // A line break would split the name into two lines of the selection, each naming
+      // something else: the server refuses such names, so they are not offered.
+      if (/%0[ad]/i.test(segment)) continue;
       var box = document.createElement("input");
       box.type = "checkbox";
       box.className = "plugin-pick";
       box.value = link.textContent;
+      box.setAttribute("data-link", segment);
       box.setAttribute("data-kind", rows[i].classList.contains("folder") ? "folder" : "file");
       box.setAttribute("aria-label", link.textContent);
       var line = document.createElement("span");
@@ -809,14 +825,43 @@
     }
   }
 
+  function ticked(selector) {
+    var boxes = document.querySelectorAll(selector || "input.plugin-pick:checked");
+    return Array.prototype.slice.call(boxes);
+  }
+
+  // The boxes' names as one urlencoded form value, a name per line.
+  function encodedSelection(boxes) {
+    return boxes.map(function (box) { return box.getAttribute("data-link"); }).join("%0A");
+  }
+
+  // A form the browser sends itself can carry only text. In windows-1252 every byte is one
+  // character and back, so a form sent with accept-charset="windows-1252" and a value of
+  // these characters puts exactly the encoded bytes on the wire.
+  function formBytes(encoded) {
+    var hex = encoded.match(/%[0-9a-fA-F]{2}|[^%]/g) || [];
+    var bytes = new Uint8Array(hex.length);
+    for (var i = 0; i < hex.length; i++) {
+      bytes[i] = hex[i].length === 3 ? parseInt(hex[i].slice(1), 16) : hex[i].charCodeAt(0);
+    }
+    return new TextDecoder("windows-1252").decode(bytes);
+  }
+
+  // The plug-in's page is asked for with the query built here, which carries the bytes.
   function sendTicked(form) {
-    form.addEventListener("submit", function () {
-      var ticked = document.querySelectorAll("input.plugin-pick[data-kind=file]:checked");
-      var names = [];
-      for (var i = 0; i < ticked.length; i++) names.push(ticked[i].value);
-      var field = form.querySelector("input[name=selectedFiles]");
-      field.value = names.join("\n");
-      field.disabled = names.length === 0;
+    form.addEventListener("submit", function (event) {
+      var boxes = ticked("input.plugin-pick[data-kind=file]:checked");
+      var query = [];
+      var fields = form.querySelectorAll("input[type=hidden]:not([name=selectedFiles])");
+      for (var i = 0; i < fields.length; i++) {
+        query.push(encodeURIComponent(fields[i].name) + "=" + encodeURIComponent(fields[i].value));
+      }
+      if (boxes.length > 0) query.push("selectedFiles=" + encodedSelection(boxes));
+      event.preventDefault();
+      var address = new URL(form.getAttribute("action") || "", window.location.href);
+      address.search = "?" + query.join("&");
+      address.hash = "";
+      window.location.assign(address.href);
     });
   }
 
@@ -827,7 +872,12 @@
     for (var i = 0; i < forms.length; i++) sendTicked(forms[i]);
   }
 
-  window.LumidropPicks = { addBoxes: addBoxes };
+  window.LumidropPicks = {
+    addBoxes: addBoxes,
+    ticked: ticked,
+    encodedSelection: encodedSelection,
+    formBytes: formBytes
+  };
 
   if (document.readyState === "loading") {
     document.addEventListener("DOMContentLoaded", start);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "core/TextEncoding.h"
+
 namespace Zarn {
 namespace {
 
@@ -25,6 +27,13 @@ constexpr uint16_t kMax16 = 0xFFFFu;
 // plain readable files and folders rather than copying whatever the owner's files carry.
 constexpr uint32_t kFileAttributes = 0100644u << 16;
 constexpr uint32_t kFolderAttributes = (040755u << 16) | 0x10u;
+
+// The UTF-8 flag only for names that are UTF-8: a name on disk may be any bytes, and a
+// reader told they are UTF-8 refuses them or the whole archive. Without the flag readers
+// take the bytes in their own code page, and unpacking on Linux keeps them as they are.
+uint16_t GeneralFlags(bool is_folder, bool utf8_name) {
+    return static_cast<uint16_t>((utf8_name ? kFlagUtf8 : 0) | (is_folder ? 0 : kFlagDescriptor));
+}
 
 // A size at the 32-bit limit already means "see the Zip64 field", so it counts as large.
 bool IsLarge(uint64_t value) {
@@ -83,12 +92,13 @@ void ZipStreamWriter::Begin(const Entry& entry) {
                   .dos_time = DosTime(entry.modified),
                   .name_at = static_cast<uint32_t>(names_.size()),
                   .name_length = static_cast<uint16_t>(entry.name.size()),
-                  .is_folder = is_folder};
+                  .is_folder = is_folder,
+                  .utf8_name = IsValidUtf8(entry.name)};
     names_ += entry.name;
     Bytes header;
     header.U32(kLocalHeaderSignature)
         .U16(large ? kVersionZip64 : kVersionPlain)
-        .U16(is_folder ? kFlagUtf8 : kFlagUtf8 | kFlagDescriptor)
+        .U16(GeneralFlags(is_folder, record.utf8_name))
         .U16(0)  // stored
         .U32(record.dos_time)
         .U32(0)  // the CRC follows the data
@@ -144,7 +154,7 @@ void ZipStreamWriter::WriteCentralRecord(const Record& record) {
     header.U32(kCentralHeaderSignature)
         .U16(kMadeOnUnix | version)
         .U16(version)
-        .U16(record.is_folder ? kFlagUtf8 : kFlagUtf8 | kFlagDescriptor)
+        .U16(GeneralFlags(record.is_folder, record.utf8_name))
         .U16(0)
         .U32(record.dos_time)
         .U32(record.crc)

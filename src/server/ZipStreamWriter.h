@@ -58,6 +58,7 @@ private:
         uint32_t name_at;
         uint16_t name_length;
         bool is_folder;
+        bool utf8_name;
     };
 
     void Emit(std::string_view bytes, bool record = true);
