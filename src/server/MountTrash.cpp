@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 
+#include "core/FolderTreeWalk.h"
 #include "core/PathUtil.h"
 #include "core/StringUtil.h"
 #include "core/UniqueFd.h"
@@ -32,8 +32,17 @@ UniqueFd OpenOrMakeFolder(int parent, const std::string& name) {
     return UniqueFd(::openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-std::filesystem::path TrashPath(const std::string& mount_path) {
-    return std::filesystem::path(mount_path) / std::string(MountTrash::kFolderName);
+UniqueFd OpenMount(const std::string& mount_path) {
+    return UniqueFd(::open(mount_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+// Read through descriptors only: a visitor with the right to delete can move a tree into
+// the trash that is deeper than any path may be long. A link planted under the trash's
+// name is not the trash and fails to open (ELOOP); what it leads to is left alone.
+UniqueFd OpenTrash(const UniqueFd& mount) {
+    if (!mount.IsValid()) return UniqueFd();
+    return UniqueFd(::openat(mount.Get(), std::string(MountTrash::kFolderName).c_str(),
+                             O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 }  // namespace
@@ -69,33 +78,34 @@ MountTrash::Outcome MountTrash::Take(int folder_fd, std::string_view folder_rela
 }
 
 MountTrash::Summary MountTrash::Measure(const std::string& mount_path) {
-    namespace fs = std::filesystem;
     Summary summary;
-    std::error_code error;
-    fs::path trash = TrashPath(mount_path);
-    if (!fs::is_directory(fs::symlink_status(trash, error))) return summary;
+    UniqueFd trash = OpenTrash(OpenMount(mount_path));
+    if (!trash.IsValid()) return summary;
     // Links are counted as files and never followed: the trash may hold one that leads
     // anywhere.
-    for (fs::recursive_directory_iterator entry(trash, error), end; !error && entry != end;
-         entry.increment(error)) {
-        fs::file_status status = entry->symlink_status(error);
-        if (error || fs::is_directory(status)) continue;
+    auto count = [&summary](int folder_fd, const std::string& name) {
+        struct stat info {};
+        if (::fstatat(folder_fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
         ++summary.files;
-        if (fs::is_regular_file(status)) summary.bytes += entry->file_size(error);
-    }
+        if (S_ISREG(info.st_mode)) summary.bytes += static_cast<uint64_t>(info.st_size);
+        return true;
+    };
+    (void)FolderTreeWalk::Walk(trash.Get(), {.on_entry = count, .on_folder_left = nullptr});
     return summary;
 }
 
 bool MountTrash::Empty(const std::string& mount_path) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    fs::path trash = TrashPath(mount_path);
-    fs::file_status status = fs::symlink_status(trash, error);
-    if (!fs::exists(status)) return true;
-    // A link planted under the trash's name is not the trash: leave what it leads to alone.
-    if (!fs::is_directory(status)) return false;
-    fs::remove_all(trash, error);
-    return !error;
+    UniqueFd mount = OpenMount(mount_path);
+    UniqueFd trash = OpenTrash(mount);
+    if (!trash.IsValid()) return errno == ENOENT;
+    auto remove = [](int flags) {
+        return [flags](int folder_fd, const std::string& name) {
+            return ::unlinkat(folder_fd, name.c_str(), flags) == 0 || errno == ENOENT;
+        };
+    };
+    bool emptied = FolderTreeWalk::Walk(
+        trash.Get(), {.on_entry = remove(0), .on_folder_left = remove(AT_REMOVEDIR)});
+    return emptied && ::unlinkat(mount.Get(), std::string(kFolderName).c_str(), AT_REMOVEDIR) == 0;
 }
 
 }  // namespace Zarn
