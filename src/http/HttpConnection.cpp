@@ -7,6 +7,7 @@
 #include <span>
 #include <stdexcept>
 
+#include "core/ThreadStack.h"
 #include "http/HttpRequest.h"
 #include "net/socket_exception.h"
 
@@ -39,12 +40,9 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
     using Clock = std::chrono::steady_clock;
     if (!socket_.IsValid()) return false;
     // Kept with the connection rather than on the stack, whose pages every connection
-    // thread would keep, and small until a header needs more: an idle connection costs
-    // what its headers took.
-    if (!header_buffer_) {
-        header_buffer_ = std::make_unique_for_overwrite<char[]>(kFirstHeaderBytes);
-        header_capacity_ = kFirstHeaderBytes;
-    }
+    // thread would keep, small until a header needs more, and given back while the
+    // connection idles.
+    AllocateHeaderBuffer();
     size_t filled = TakeCarryOver(header_buffer_.get(), header_capacity_);
     const Clock::time_point idle_end = Clock::now() + keep_alive_timeout_;
     std::optional<Clock::time_point> deadline;  // runs from the request's first byte
@@ -65,7 +63,8 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
         if (!deadline && HasRequestBegun(header_buffer_.get(), filled)) {
             deadline = Clock::now() + header_deadline_;
         }
-        if (!WaitReadableUntil(deadline.value_or(idle_end))) {
+        bool readable = deadline ? WaitReadableUntil(*deadline) : WaitIdleUntil(idle_end, filled);
+        if (!readable) {
             if (deadline) throw std::runtime_error("Illegal request: header too slow");
             // Idle for too long: closing an idle connection silently is what a client
             // must expect (RFC 9112 section 9.8), so no answer is owed.
@@ -94,6 +93,36 @@ bool HttpConnection::ReadHeader(HttpRequest& request) {
 
     request.ParseHeader(std::string_view(buffer.data(), terminator));
     return true;
+}
+
+void HttpConnection::AllocateHeaderBuffer() {
+    if (header_buffer_) return;
+    header_buffer_ = std::make_unique_for_overwrite<char[]>(kFirstHeaderBytes);
+    header_capacity_ = kFirstHeaderBytes;
+}
+
+bool HttpConnection::WaitIdleUntil(std::chrono::steady_clock::time_point end, size_t filled) {
+    // A client that keeps its connection for more asks again within a round trip or two;
+    // one silent for longer is likely to stay so for seconds, and thousands of such
+    // connections would otherwise each hold what their last request used.
+    auto soon = std::min(end, std::chrono::steady_clock::now() + kIdleReleaseDelay);
+    if (WaitReadableUntil(soon)) return true;
+    if (filled == 0) ReleaseIdleMemory();
+    bool readable = WaitReadableUntil(end);
+    AllocateHeaderBuffer();
+    return readable;
+}
+
+void HttpConnection::ReleaseIdleMemory() {
+    header_buffer_.reset();
+    header_capacity_ = 0;
+    if (output_.empty()) std::string().swap(output_);
+    if (CarryOverSize() == 0) {
+        std::string().swap(carry_over_);
+        carry_start_ = 0;
+        header_line_break_pending_ = false;
+    }
+    ThreadStack::ReleaseUnusedPages();
 }
 
 void HttpConnection::GrowHeaderBuffer(size_t filled) {

@@ -29,6 +29,9 @@ public:
     // without an answer: the idle time between two requests of a kept-alive connection,
     // and the time a new connection may take to say anything at all.
     static constexpr std::chrono::milliseconds kDefaultKeepAliveTimeout = std::chrono::seconds(15);
+    // A connection silent this long between requests gives back its buffers and its
+    // thread's deeper stack pages while it waits on.
+    static constexpr std::chrono::milliseconds kIdleReleaseDelay{100};
 
     HttpConnection() = default;
     explicit HttpConnection(TCPSocket socket) : socket_(std::move(socket)) {}
@@ -70,6 +73,12 @@ private:
     void DropHeaderLineBreak();
     // Waits until the socket can be read; false when `end` passes first.
     [[nodiscard]] bool WaitReadableUntil(std::chrono::steady_clock::time_point end);
+    // Waits idle, for a request's first byte, until `end`; false when it passes first.
+    // `filled` counts the line breaks received ahead of a request.
+    [[nodiscard]] bool WaitIdleUntil(std::chrono::steady_clock::time_point end, size_t filled);
+    // What an idle connection does not need until its next request begins.
+    void ReleaseIdleMemory();
+    void AllocateHeaderBuffer();
     // Makes the header buffer as large as the limit, keeping its first `filled` bytes.
     void GrowHeaderBuffer(size_t filled);
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <vector>
 
 namespace Zarn {
 
@@ -20,7 +20,7 @@ public:
     // since the oldest of them. 0 without samples or when no time has passed since it.
     [[nodiscard]] uint64_t Speed(uint64_t now_ms);
 
-    [[nodiscard]] size_t GetSampleCount() const { return samples_.size(); }
+    [[nodiscard]] size_t GetSampleCount() const { return samples_.size() - first_; }
 
 private:
     struct Sample {
@@ -30,7 +30,11 @@ private:
 
     void DropExpired(uint64_t now_ms);
 
-    std::deque<Sample> samples_;
+    // The window from `first_` on; expired samples in front are dropped in bulk. Not a
+    // deque: that allocates two blocks (over half a KiB) as soon as it exists, for every
+    // request, and a connection thread keeps such freed blocks cached while it idles.
+    std::vector<Sample> samples_;
+    size_t first_ = 0;
     // The sum of every sample's count, so that a speed costs no walk over the window.
     uint64_t sum_ = 0;
 };

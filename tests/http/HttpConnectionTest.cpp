@@ -107,6 +107,18 @@ TEST_F(HttpConnectionTest, KeepAliveTimeoutBoundsOnlyTheWaitForARequestToBegin) 
         ASSERT_TRUE(connection_.ReadHeader(*request));
         EXPECT_EQ(request->GetPath(), "a");
     }
+    // A request after the connection gave its buffers back while it idled is read whole.
+    connection_.SetKeepAliveTimeout(std::chrono::seconds(10));
+    {
+        std::jthread later([this] {
+            std::this_thread::sleep_for(2 * HttpConnection::kIdleReleaseDelay);
+            SendAll(pair_.client, "GET /b HTTP/1.1\r\n\r\n");
+        });
+        auto request = NewRequest();
+        ASSERT_TRUE(connection_.ReadHeader(*request));
+        EXPECT_EQ(request->GetPath(), "b");
+    }
+    connection_.SetKeepAliveTimeout(kIdle);
     // Blank lines begin no request: silence after them ends the read empty-handed.
     SendAll(pair_.client, "\r\n");
     auto started = std::chrono::steady_clock::now();
