@@ -1,13 +1,14 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
+#include <shared_mutex>
 
 namespace Zarn {
 
 // Tells one subscriber (the owner's console) that something changed, the way a posted
 // window message would: the callback must only take note and return, never block or do
-// the work itself. Any thread may notify; the target may be changed at any time.
+// the work itself. Any thread may notify; the target may be changed at any time, and once
+// SetTarget returns the old callback is no longer running anywhere, so its owner may go.
 class MessageNotifier {
 public:
     using Callback = std::function<void()>;
@@ -22,7 +23,9 @@ public:
     void Notify();
 
 private:
-    std::mutex mutex_;
+    // Shared while a callback runs, so that notifiers do not wait for one another, and
+    // taken whole to change the target.
+    std::shared_mutex mutex_;
     Callback callback_;
 };
 

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "log/Log.h"
+#include "log/MessageNotifier.h"
 
 namespace Zarn {
 namespace {
@@ -39,6 +40,31 @@ TEST(LogListenerTest, ReplacingTheListenerWaitsForTheLinesItIsWriting) {
         stop = true;
         logger.join();
         EXPECT_EQ(listener.late_calls, 0) << "round " << round;
+    }
+}
+
+// The console's events subscribe to the log's queue the same way, and stop as they are
+// destroyed while other threads still log.
+TEST(LogListenerTest, ReplacingANotifiersTargetWaitsForTheCallsUnderWay) {
+    for (int round = 0; round < 5; ++round) {
+        MessageNotifier notifier;
+        std::atomic<bool> replaced{false};
+        std::atomic<int> late_calls{0};
+        notifier.SetTarget([&] {
+            std::this_thread::sleep_for(2ms);
+            if (replaced) ++late_calls;
+        });
+        std::atomic<bool> stop{false};
+        std::thread notifying([&] {
+            while (!stop)
+                notifier.Notify();
+        });
+        std::this_thread::sleep_for(10ms);
+        notifier.SetTarget({});
+        replaced = true;
+        stop = true;
+        notifying.join();
+        EXPECT_EQ(late_calls, 0) << "round " << round;
     }
 }
 
