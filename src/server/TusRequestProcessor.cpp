@@ -214,12 +214,7 @@ ResponseHead TusRequestProcessor::Append(HttpRequest& request, ResumableUpload& 
     // Not synced here: after a power cut a journaling file system keeps a prefix of what was
     // written, never more, so the offset a client asks for afterwards is one the file
     // holds, and the client sends the rest again. Only a finished file must be whole.
-    if (!ReceiveInto(request, upload, offset, end)) {
-        LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
-                      Translate("파일에 쓸 수 없습니다.").c_str());
-        Publish(upload, UploadProgress::kFailed, upload.GetOffset());
-        return ResponseHead(500, "Internal Server Error");
-    }
+    if (!ReceiveInto(request, upload, offset, end)) return Failed(upload, "파일에 쓸 수 없습니다.");
     if (length && upload.GetOffset() == *length) return Finish(upload);
     return ResponseHead(204, "No Content")
         .Add("Upload-Offset", std::to_string(upload.GetOffset()))
@@ -252,19 +247,9 @@ bool TusRequestProcessor::ReceiveInto(HttpRequest& request, ResumableUpload& upl
 
 ResponseHead TusRequestProcessor::Finish(ResumableUpload& upload) {
     uint64_t length = upload.GetOffset();
-    if (!upload.Sync()) {
-        LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
-                      Translate("파일에 쓸 수 없습니다.").c_str());
-        Publish(upload, UploadProgress::kFailed, length);
-        return ResponseHead(500, "Internal Server Error");
-    }
+    if (!upload.Sync()) return Failed(upload, "파일에 쓸 수 없습니다.");
     std::optional<std::string> stored = upload.Complete(options_.now);
-    if (!stored) {
-        LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)",
-                      Translate("업로드 후 파일 이름 변경 실패").c_str());
-        Publish(upload, UploadProgress::kFailed, length);
-        return ResponseHead(500, "Internal Server Error");
-    }
+    if (!stored) return Failed(upload, "업로드 후 파일 이름 변경 실패");
     LogTranslated(kLogProgress, "파일: %s", stored->c_str());
     LogTranslated(kLogProgress, "ReceiveFile 성공");
     Publish(upload, UploadProgress::kFinished, length);
@@ -284,6 +269,12 @@ void TusRequestProcessor::Publish(const ResumableUpload& upload, int state, uint
                                             .received = received,
                                             .total = upload.GetDescription().length.value_or(0),
                                             .bytes_per_second = bytes_per_second_});
+}
+
+ResponseHead TusRequestProcessor::Failed(const ResumableUpload& upload, const char* reason) {
+    LogTranslated(kLogConnection, "ReceiveFile 실패: (%s)", Translate(reason).c_str());
+    Publish(upload, UploadProgress::kFailed, upload.GetOffset());
+    return ResponseHead(500, "Internal Server Error");
 }
 
 void TusRequestProcessor::Answer(HttpRequest& request, ResponseHead head) {

@@ -65,6 +65,9 @@ private:
     [[nodiscard]] ResponseHead Finish(ResumableUpload& upload);
     [[nodiscard]] ResponseHead Terminate(ResumableUpload& upload);
     void Publish(const ResumableUpload& upload, int state, uint64_t received);
+    // Logs why the upload's file could not be written or named, shows it failed at its
+    // offset, and answers 500.
+    [[nodiscard]] ResponseHead Failed(const ResumableUpload& upload, const char* reason);
     // Sends the head with the protocol's version, empty, keeping the connection.
     static void Answer(HttpRequest& request, ResponseHead head);
 
