@@ -36,7 +36,6 @@ TEST(ByteRangeSetTest, ResolvesToTheContentRangeOfTheFirstRange) {
         SCOPED_TRACE(c.header);
         ByteRangeSet set;
         ASSERT_TRUE(set.Parse(c.header));
-        EXPECT_EQ(set.ContentRangeValue(), "");
         if (c.content_range == nullptr) {
             EXPECT_FALSE(set.Resolve(c.total));
             continue;

@@ -38,22 +38,6 @@ protected:
     HttpConnection connection_;
 };
 
-TEST_F(HttpConnectionTest, FindsHeaderWhateverTheReceivesLookLike) {
-    const std::string text =
-        "GET /music/a%20b.mp3 HTTP/1.1\r\nHost: example\r\nRange: bytes=0-9\r\n\r\n";
-    // Whole, and a byte at a time: the blank line split at each of its bytes.
-    for (const auto& pieces : {std::vector<std::string>{text}, Bytewise(text)}) {
-        SCOPED_TRACE(pieces.size());
-        std::jthread writer([&] { SendInPieces(pair_.client, connection_.GetSocket(), pieces); });
-        auto request = NewRequest();
-        ASSERT_TRUE(connection_.ReadHeader(*request));
-        EXPECT_EQ(request->GetPath(), "music/a b.mp3");
-        std::string range;
-        EXPECT_TRUE(request->GetHeader("RANGE", range));
-        EXPECT_EQ(range, "bytes=0-9");
-    }
-}
-
 // A form is read only when a parameter is first asked for, in whatever pieces it arrives.
 TEST_F(HttpConnectionTest, ReadsFormsLazilyWhateverTheReceivesLookLike) {
     struct Case {

@@ -122,7 +122,8 @@ std::vector<BodyCase> Cases() {
     };
 }
 
-TEST(MultipartReaderTest, YieldsTheSamePartsWholeByteByByteAndWhenSkipped) {
+// Readings split at every byte are the fuzz harness's, which compares them with whole ones.
+TEST(MultipartReaderTest, YieldsTheSamePartsWholeAndWhenSkipped) {
     for (const BodyCase& body_case : Cases()) {
         SCOPED_TRACE(body_case.label);
         ReadResult whole = ReadAll(kBoundary, body_case.body, SIZE_MAX, 4096);
@@ -130,11 +131,6 @@ TEST(MultipartReaderTest, YieldsTheSamePartsWholeByteByByteAndWhenSkipped) {
         EXPECT_EQ(whole.complete, body_case.complete);
         EXPECT_EQ(whole.broken, !body_case.complete);
         EXPECT_LE(whole.largest_request, MultipartReader::kBlockBytes);
-        // Every delimiter split at every byte, and the kept-back tail handed out a byte at a
-        // time.
-        ReadResult bytewise = ReadAll(kBoundary, body_case.body, 1, 1);
-        EXPECT_EQ(bytewise.parts, whole.parts);
-        EXPECT_EQ(bytewise.complete, whole.complete);
         // Moving on to the next part skips what was left unread of this one.
         ReadResult skipped = ReadAll(kBoundary, body_case.body, 3000, 0);
         ASSERT_EQ(skipped.parts.size(), whole.parts.size());
